@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Installs the built library into a temporary prefix, then builds a consumer with
+# find_package(QUIV) and another with pkg-config, and runs both.
+# Usage: run_install_test.sh BUILD_DIR SOURCE_DIR "EXTRA_CXX_FLAGS"
+set -euo pipefail
+build=$1 src=$2 flags=${3:-}
+prefix=$(mktemp -d)
+trap 'rm -rf "$prefix"' EXIT
+cmake --install "$build" --prefix "$prefix" >/dev/null
+cmake -S "$src/tests/install/consumer" -B "$prefix/consumer-build" \
+  -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" >/dev/null
+cmake --build "$prefix/consumer-build" >/dev/null
+libdir=$(dirname "$(find "$prefix" -name 'libquiv.so.1' | head -1)")
+export ASAN_OPTIONS=detect_leaks=0
+LD_LIBRARY_PATH="$libdir" "$prefix/consumer-build/consumer"
+export PKG_CONFIG_PATH="$libdir/pkgconfig"
+# shellcheck disable=SC2046
+g++ $flags "$src/tests/install/consumer/main.cpp" -o "$prefix/pc-consumer" $(pkg-config --cflags --libs quiv)
+LD_LIBRARY_PATH="$libdir" "$prefix/pc-consumer"
+echo "install test passed"
