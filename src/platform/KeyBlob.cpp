@@ -1,0 +1,3 @@
+#include "platform/KeyBlob.h"
+
+// Implementation follows in the next commits; nothing is defined yet.
