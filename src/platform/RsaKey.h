@@ -60,8 +60,8 @@ class QUIV_API RsaKey final {
   // private exponent may be cut short (its length is what remains of the blob); the rest of
   // the fields must be complete. CRYPT_EXPORTABLE in `flags` makes the key exportable.
   // throws NTE_BAD_DATA (too short, bad header, bad magic, bad unwrap padding), NTE_BAD_TYPE
-  // (bType), NTE_BAD_ALGID (aiKeyAlg), NTE_BAD_LEN (bitlen outside the provider's range for
-  // the algorithm; unconfirmed code), and whatever `unwrap->Decrypt` throws.
+  // (bType), NTE_BAD_ALGID (aiKeyAlg), NTE_BAD_DATA also for a bitlen outside the provider's
+  // range for the algorithm (unconfirmed code), and whatever `unwrap->Decrypt` throws.
   static std::unique_ptr<RsaKey> ImportPrivateBlob(const ProviderInfo& provider,
                                                    std::span<const uint8_t> blob, DWORD flags,
                                                    SymmetricKey* unwrap);
@@ -83,6 +83,8 @@ class QUIV_API RsaKey final {
   // header) when given. throws NTE_BAD_KEY (no private part), NTE_BAD_KEY_STATE (not
   // exportable), and whatever `wrap->Encrypt` throws.
   SecureBytes ExportPrivateBlob(SymmetricKey* wrap) const;
+  // The length ExportPrivateBlob(wrap) will have, with the same checks, without encrypting.
+  size_t ExportPrivateBlobSize(SymmetricKey* wrap) const;
 
   ALG_ID algid() const { return m_algid; }
   bool HasPrivate() const { return m_private.has_value(); }
