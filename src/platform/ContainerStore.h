@@ -116,7 +116,13 @@ class QUIV_API ContainerStore final {
   std::optional<SecureBytes> LoadPair(std::string_view name, DWORD slot) const;
 
  private:
+  // The file of a container: SHA-256 of the case-folded name, in hex, ".key".
+  // throws NTE_BAD_KEYSET (bad name).
   std::filesystem::path FileFor(std::string_view name) const;
+  std::filesystem::path LockPath() const;
+  bool FolderExists() const;
+  std::optional<ContainerFile> ReadLocked(const std::filesystem::path& path,
+                                          std::string_view name) const;
 
   StoreScope m_scope;
   std::filesystem::path m_folder;

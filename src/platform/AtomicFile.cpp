@@ -1,0 +1,181 @@
+#include "platform/AtomicFile.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <string>
+
+#include "platform/CspError.h"
+#include "platform/wincrypt.h"
+
+namespace quiv::platform {
+namespace {
+
+std::atomic<AtomicFile::BeforeRenameHook> g_beforeRename{nullptr};
+std::atomic<uint64_t> g_tempCounter{0};
+
+[[noreturn]] void ThrowErrno(int error) {
+  throw CspError(AtomicFile::ErrorCode(error));
+}
+
+// Closes a descriptor on every path out of a function.
+class Descriptor final {
+ public:
+  explicit Descriptor(int fd) : m_fd(fd) {}
+  ~Descriptor() {
+    if (m_fd >= 0) ::close(m_fd);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return m_fd; }
+  // Closes now and reports the error close() gives (a delayed write error on some filesystems).
+  int Close() {
+    const int result = ::close(m_fd);
+    m_fd = -1;
+    return result == 0 ? 0 : errno;
+  }
+
+ private:
+  int m_fd;
+};
+
+// A rename or an unlink is durable only once the folder holding the entry is synced.
+void SyncFolder(const std::filesystem::path& folder) {
+  Descriptor dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (dir.get() < 0) ThrowErrno(errno);
+  if (::fsync(dir.get()) != 0) ThrowErrno(errno);
+}
+
+void WriteAll(int fd, std::span<const uint8_t> bytes) {
+  size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) ThrowErrno(errno);
+    done += static_cast<size_t>(n);
+  }
+}
+
+std::filesystem::path TemporaryFor(const std::filesystem::path& target) {
+  const std::string name = std::string(AtomicFile::kTempPrefix) + target.filename().string() + "-" +
+                           std::to_string(::getpid()) + "-" +
+                           std::to_string(g_tempCounter.fetch_add(1));
+  return target.parent_path() / name;
+}
+
+std::filesystem::path FolderOf(const std::filesystem::path& path) {
+  const auto parent = path.parent_path();
+  return parent.empty() ? std::filesystem::path(".") : parent;
+}
+
+// Writes the complete temporary file; its content is on disk when this returns.
+void WriteTemporary(const std::filesystem::path& temporary, std::span<const uint8_t> bytes) {
+  Descriptor file(
+      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (file.get() < 0) ThrowErrno(errno);
+  // The umask may have removed bits from 0600 at creation; set the mode exactly.
+  if (::fchmod(file.get(), 0600) != 0) ThrowErrno(errno);
+  WriteAll(file.get(), bytes);
+  if (::fsync(file.get()) != 0) ThrowErrno(errno);
+  if (const int error = file.Close(); error != 0) ThrowErrno(error);
+}
+
+}  // namespace
+
+uint32_t AtomicFile::ErrorCode(int error) {
+  switch (error) {
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return static_cast<uint32_t>(NTE_PERM);
+    case ENOMEM:
+      return static_cast<uint32_t>(NTE_NO_MEMORY);
+    default:
+      return static_cast<uint32_t>(NTE_FAIL);
+  }
+}
+
+void AtomicFile::MakePrivateFolder(const std::filesystem::path& folder) {
+  std::filesystem::path current;
+  for (const auto& part : folder) {
+    current /= part;
+    if (::mkdir(current.c_str(), 0700) == 0) {
+      if (::chmod(current.c_str(), 0700) != 0) ThrowErrno(errno);
+      SyncFolder(FolderOf(current));
+      continue;
+    }
+    if (errno != EEXIST) ThrowErrno(errno);
+  }
+  struct stat info {};
+  if (::stat(folder.c_str(), &info) != 0) ThrowErrno(errno);
+  if (!S_ISDIR(info.st_mode)) ThrowErrno(ENOTDIR);
+}
+
+void AtomicFile::Write(const std::filesystem::path& target, std::span<const uint8_t> bytes) {
+  const auto temporary = TemporaryFor(target);
+  try {
+    WriteTemporary(temporary, bytes);
+    if (const auto hook = g_beforeRename.load()) hook(temporary);
+    if (::rename(temporary.c_str(), target.c_str()) != 0) ThrowErrno(errno);
+  } catch (...) {
+    ::unlink(temporary.c_str());
+    throw;
+  }
+  SyncFolder(FolderOf(target));
+}
+
+std::optional<SecureBytes> AtomicFile::Read(const std::filesystem::path& path, size_t maxBytes) {
+  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (file.get() < 0) {
+    if (errno == ENOENT) return std::nullopt;
+    if (errno == ELOOP) throw CspError(NTE_KEYSET_ENTRY_BAD);
+    ThrowErrno(errno);
+  }
+  struct stat info {};
+  if (::fstat(file.get(), &info) != 0) ThrowErrno(errno);
+  if (!S_ISREG(info.st_mode)) throw CspError(NTE_KEYSET_ENTRY_BAD);
+  if (static_cast<uint64_t>(info.st_size) > maxBytes) throw CspError(NTE_KEYSET_ENTRY_BAD);
+  // One byte more than allowed, so a file that grew after fstat is still caught.
+  SecureBytes bytes(static_cast<size_t>(info.st_size) + 1);
+  size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t n = ::read(file.get(), bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) ThrowErrno(errno);
+    if (n == 0) break;
+    done += static_cast<size_t>(n);
+  }
+  if (done > maxBytes) throw CspError(NTE_KEYSET_ENTRY_BAD);
+  bytes.resize(done);
+  return bytes;
+}
+
+bool AtomicFile::Remove(const std::filesystem::path& path) {
+  if (::unlink(path.c_str()) != 0) {
+    if (errno == ENOENT) return false;
+    ThrowErrno(errno);
+  }
+  SyncFolder(FolderOf(path));
+  return true;
+}
+
+void AtomicFile::RemoveStaleTemporaries(const std::filesystem::path& folder) {
+  std::error_code error;
+  std::filesystem::directory_iterator it(folder, error);
+  if (error) ThrowErrno(error.value());
+  for (; it != std::filesystem::directory_iterator(); it.increment(error)) {
+    const std::string name = it->path().filename().string();
+    if (name.starts_with(kTempPrefix)) ::unlink(it->path().c_str());
+  }
+  if (error) ThrowErrno(error.value());
+}
+
+void AtomicFile::SetBeforeRenameHook(BeforeRenameHook hook) {
+  g_beforeRename.store(hook);
+}
+
+}  // namespace quiv::platform

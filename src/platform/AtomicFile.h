@@ -1,0 +1,62 @@
+// AtomicFile: the file operations of the container store, made crash-safe. A file is replaced
+// by writing a temporary file in the same folder, fsyncing it, renaming it over the target and
+// fsyncing the folder, so after a crash or a kill the target holds the old or the new content,
+// whole. Files are made 0600 and folders 0700 whatever the process umask. Callers serialise
+// writers to one folder (the container store holds its exclusive FileLock).
+//
+// Ownership: stateless; every buffer belongs to the caller. The test hook is a process-wide
+// function pointer, null outside tests.
+//
+// Errors: CspError with ErrorCode(errno): NTE_PERM (EACCES, EPERM, EROFS), NTE_NO_MEMORY
+// (ENOMEM), NTE_FAIL (anything else).
+#ifndef QUIV_PLATFORM_ATOMICFILE_H
+#define QUIV_PLATFORM_ATOMICFILE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <span>
+
+#include "platform/SecureBytes.h"
+
+namespace quiv::platform {
+
+class AtomicFile final {
+ public:
+  // Temporary files start with this prefix; listing code skips them.
+  static constexpr const char* kTempPrefix = ".tmp-";
+
+  // The provider error code for a failed system call.
+  static uint32_t ErrorCode(int error);
+
+  // Creates `folder` and any missing parent, each new one 0700 (existing folders are left as
+  // they are). throws the errno codes.
+  static void MakePrivateFolder(const std::filesystem::path& folder);
+
+  // Replaces `target` with `bytes` atomically and durably; the new file is 0600.
+  // On failure the target is untouched and the temporary file removed. throws the errno codes.
+  static void Write(const std::filesystem::path& target, std::span<const uint8_t> bytes);
+
+  // The whole content of `path`, or nullopt when it does not exist. A path that is not a
+  // regular file (a symbolic link, a folder) or is larger than `maxBytes` is not one of ours:
+  // throws CspError(NTE_KEYSET_ENTRY_BAD); the errno codes otherwise.
+  static std::optional<SecureBytes> Read(const std::filesystem::path& path, size_t maxBytes);
+
+  // Removes `path` durably (unlink, fsync of the folder). Returns false when it did not exist.
+  // throws the errno codes.
+  static bool Remove(const std::filesystem::path& path);
+
+  // Removes temporary files left in `folder` by writers that died before renaming them.
+  // Only safe while holding the folder's exclusive lock (no live writer then has one open).
+  static void RemoveStaleTemporaries(const std::filesystem::path& folder);
+
+  // Test only: called in Write after the temporary file is complete and synced, before the
+  // rename, with the temporary file's path. nullptr (the default) disables it.
+  using BeforeRenameHook = void (*)(const std::filesystem::path& temporary);
+  static void SetBeforeRenameHook(BeforeRenameHook hook);
+};
+
+}  // namespace quiv::platform
+
+#endif

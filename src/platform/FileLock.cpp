@@ -1,0 +1,42 @@
+#include "platform/FileLock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/AtomicFile.h"
+#include "platform/CspError.h"
+
+namespace quiv::platform {
+namespace {
+
+bool CannotCreate(int error) {
+  return error == EACCES || error == EPERM || error == EROFS;
+}
+
+}  // namespace
+
+FileLock::FileLock(const std::filesystem::path& path, Mode mode) {
+  m_fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (m_fd < 0 && mode == Mode::Shared && CannotCreate(errno)) {
+    m_fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (m_fd < 0 && errno == ENOENT) return;
+  }
+  if (m_fd < 0) throw CspError(AtomicFile::ErrorCode(errno));
+  const int operation = mode == Mode::Shared ? LOCK_SH : LOCK_EX;
+  while (::flock(m_fd, operation) != 0) {
+    if (errno == EINTR) continue;
+    const int error = errno;
+    ::close(m_fd);
+    throw CspError(AtomicFile::ErrorCode(error));
+  }
+}
+
+FileLock::~FileLock() {
+  if (m_fd >= 0) ::close(m_fd);
+}
+
+}  // namespace quiv::platform
