@@ -1,10 +1,5 @@
 #include "platform/KeyBlob.h"
 
-// Built once the session-key, hash and provider-table classes it works with are in the tree.
-#if __has_include("platform/ProviderInfo.h") && __has_include(                  \
-                                                    "platform/HashObject.h") && \
-                                                    __has_include("platform/SymmetricKey.h")
-
 #include "platform/CspError.h"
 #include "platform/LittleEndian.h"
 #include "platform/ProviderInfo.h"
@@ -196,5 +191,3 @@ ImportedKey KeyBlob::ImportPlaintext(const ProviderInfo& provider, const Header&
 }
 
 }  // namespace quiv::platform
-
-#endif

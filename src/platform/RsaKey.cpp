@@ -1,10 +1,5 @@
 #include "platform/RsaKey.h"
 
-// Built once the session-key, hash and provider-table classes it works with are in the tree.
-#if __has_include("platform/ProviderInfo.h") && __has_include(                  \
-                                                    "platform/HashObject.h") && \
-                                                    __has_include("platform/SymmetricKey.h")
-
 #include <openssl/core_names.h>
 #include <openssl/param_build.h>
 #include <openssl/rsa.h>
@@ -693,5 +688,3 @@ void RsaKey::Verify(HashObject& hash, const BYTE* pbSignature, DWORD dwSigLen,
 }
 
 }  // namespace quiv::platform
-
-#endif

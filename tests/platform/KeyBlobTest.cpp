@@ -1,10 +1,5 @@
 // KeyBlob: header checks, export/import dispatch, SIMPLEBLOB and PLAINTEXTKEYBLOB, wrapped
 // PRIVATEKEYBLOB, with the recorded Windows SIMPLEBLOB as the known answer.
-// Built once the session-key, hash and provider-table classes it works with are in the tree.
-#if __has_include("platform/ProviderInfo.h") && __has_include(                  \
-                                                    "platform/HashObject.h") && \
-                                                    __has_include("platform/SymmetricKey.h")
-
 #include "platform/KeyBlob.h"
 
 #include <gtest/gtest.h>
@@ -418,5 +413,3 @@ TEST(KeyBlobTest, PrivateBlobCannotBeUnwrappedByRsaKey) {
 
 }  // namespace
 }  // namespace quiv::platform
-
-#endif

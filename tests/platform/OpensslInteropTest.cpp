@@ -2,11 +2,6 @@
 // writes PUBLICKEYBLOB/PRIVATEKEYBLOB, its RSA signs, verifies, encrypts and decrypts with the
 // usual big-endian conventions. Everything OpenSSL does here runs in the default library
 // context, apart from the code under test.
-// Built once the session-key, hash and provider-table classes it works with are in the tree.
-#if __has_include("platform/ProviderInfo.h") && __has_include(                  \
-                                                    "platform/HashObject.h") && \
-                                                    __has_include("platform/SymmetricKey.h")
-
 #include <gtest/gtest.h>
 #include <openssl/core_names.h>
 #include <openssl/decoder.h>
@@ -291,5 +286,3 @@ TEST(OpensslInteropTest, HandBuiltSimpleBlobImportsAndDecrypts) {
 
 }  // namespace
 }  // namespace quiv::platform
-
-#endif

@@ -1,11 +1,6 @@
 // RsaKey: generation, blob import/export, parameters, signatures and RSA encryption, checked
 // against the recorded Windows values (tests/vectors/windows-csp.json) and against independent
 // big-number arithmetic (OpenSSL BIGNUM in the test, not the code under test).
-// Built once the session-key, hash and provider-table classes it works with are in the tree.
-#if __has_include("platform/ProviderInfo.h") && __has_include(                  \
-                                                    "platform/HashObject.h") && \
-                                                    __has_include("platform/SymmetricKey.h")
-
 #include "platform/RsaKey.h"
 
 #include <gtest/gtest.h>
@@ -735,5 +730,3 @@ TEST(RsaKeyTest, DamagedStoredFormIsKeysetEntryBad) {
 
 }  // namespace
 }  // namespace quiv::platform
-
-#endif
