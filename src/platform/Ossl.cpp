@@ -16,17 +16,22 @@ namespace {
 // Own library context with the default and legacy providers, so that loading the legacy
 // algorithms does not change what the application's own OpenSSL calls see.
 struct Registry {
-  Registry() : ctx(OSSL_LIB_CTX_new()) {
-    OSSL_PROVIDER_load(ctx, "default");
-    OSSL_PROVIDER_load(ctx, "legacy");
-  }
+  Registry()
+      : ctx(OSSL_LIB_CTX_new()),
+        defaultProvider(OSSL_PROVIDER_load(ctx, "default")),
+        legacyProvider(OSSL_PROVIDER_load(ctx, "legacy")) {}
   ~Registry() {
     for (auto& [name, md] : digests) EVP_MD_free(md);
     for (auto& [name, c] : ciphers) EVP_CIPHER_free(c);
+    // Providers must be unloaded before their context goes, or their state leaks.
+    if (legacyProvider != nullptr) OSSL_PROVIDER_unload(legacyProvider);
+    if (defaultProvider != nullptr) OSSL_PROVIDER_unload(defaultProvider);
     OSSL_LIB_CTX_free(ctx);
   }
   std::mutex mutex;
   OSSL_LIB_CTX* ctx;
+  OSSL_PROVIDER* defaultProvider;
+  OSSL_PROVIDER* legacyProvider;
   std::map<std::string, EVP_MD*> digests;
   std::map<std::string, EVP_CIPHER*> ciphers;
 };
