@@ -27,8 +27,6 @@ class KeyObject final {
   KeyObject(HCRYPTPROV owner, std::unique_ptr<SymmetricKey> key);
   KeyObject(HCRYPTPROV owner, std::unique_ptr<RsaKey> key);
   ~KeyObject();
-  KeyObject(KeyObject&&) noexcept;
-  KeyObject& operator=(KeyObject&&) noexcept;
   KeyObject(const KeyObject&) = delete;
   KeyObject& operator=(const KeyObject&) = delete;
 
@@ -40,8 +38,9 @@ class KeyObject final {
   // The pair of pointers KeyBlob takes.
   KeyRef ref() const { return KeyRef{symmetric(), rsa()}; }
 
-  // CryptDuplicateKey: a new object with a copy of the key, under the same context.
-  KeyObject Clone() const;
+  // CryptDuplicateKey: a new object with an independent copy of the key (its whole state),
+  // under the same context. throws what the key's Clone throws.
+  std::unique_ptr<KeyObject> Clone() const;
 
  private:
   HCRYPTPROV m_owner;
