@@ -85,15 +85,15 @@ class QUIV_API SymmetricKey final {
   // size query. Throws CspError: ERROR_INVALID_PARAMETER (pdwDataLen NULL), NTE_BAD_FLAGS,
   // NTE_BAD_DATA (non-final length not a block multiple), ERROR_MORE_DATA (output longer than
   // dwBufLen; *pdwDataLen = needed), NTE_BAD_ALGID (mode OFB/CTS/unknown), NTE_BAD_KEY (RC2 key
-  // longer than the provider maximum, key only good for HMAC), NTE_PERM (no CRYPT_ENCRYPT),
-  // and whatever `hash->HashData` throws.
+  // longer than the provider maximum, key only good for HMAC), and whatever `hash->HashData`
+  // throws. Permission bits are reported, not enforced (no recorded behaviour says otherwise).
   void Encrypt(HashObject* hash, bool final, DWORD flags, BYTE* pbData, DWORD* pdwDataLen,
                DWORD dwBufLen);
   // CryptDecrypt, in place; `hash` (may be null) receives the recovered plaintext.
   // Throws CspError: ERROR_INVALID_PARAMETER (pbData or pdwDataLen NULL), NTE_BAD_FLAGS,
   // NTE_BAD_DATA (length not a block multiple, bad PKCS#5 padding: the key state is reset and
   // *pdwDataLen kept), NTE_BAD_LEN (final call with no data), NTE_BAD_ALGID (mode), NTE_BAD_KEY
-  // (key only good for HMAC), NTE_PERM (no CRYPT_DECRYPT).
+  // (key only good for HMAC).
   void Decrypt(HashObject* hash, bool final, DWORD flags, BYTE* pbData, DWORD* pdwDataLen);
 
   // For CALG_MAC: a private cipher in CBC mode at this key's IV, fresh chain, independent of
@@ -102,15 +102,20 @@ class QUIV_API SymmetricKey final {
   std::unique_ptr<CipherEngine> NewMacEngine() const;
 
  private:
-  SymmetricKey(const ProviderInfo& provider, ALG_ID algid);
-  static std::unique_ptr<SymmetricKey> Make(const ProviderInfo& provider, ALG_ID algid,
-                                            std::span<const uint8_t> key,
-                                            std::span<const uint8_t> createdSalt, DWORD flags);
+  SymmetricKey(const ProviderInfo& provider, ALG_ID algid, std::span<const uint8_t> key,
+               DWORD flags);
+  static size_t RequestedBytes(const ProviderInfo& provider, ALG_ID algid, DWORD flags);
+  void ApplyNewKeySalt(DWORD flags);
+  bool IsBaseProvider() const;
+  bool IsOverLongRc2() const;
   SecureBytes Keying() const;
-  bool UsableForCipher() const;
+  void CheckUsable(DWORD flags) const;
   CipherEngine& Engine();
-  void DropEngine();
-  void CheckUse(DWORD flags, DWORD permission);
+  void SetSalt(std::span<const uint8_t> salt);
+  void SetEffectiveBits(DWORD bits);
+  void SetPermissions(DWORD permissions);
+  void EncryptBlocks(bool final, BYTE* pbData, DWORD* pdwDataLen);
+  void DecryptBlocks(bool final, BYTE* pbData, DWORD* pdwDataLen);
 
   const ProviderInfo* m_provider;
   ALG_ID m_algid;
@@ -119,11 +124,11 @@ class QUIV_API SymmetricKey final {
   DWORD m_effectiveBits = 0;
   DWORD m_mode = 0;
   DWORD m_modeBits = 8;
-  DWORD m_padding = 1;  // PKCS5_PADDING
+  DWORD m_padding = PKCS5_PADDING;
   DWORD m_permissions = 0;
   std::array<uint8_t, 8> m_iv{};
   bool m_hmacOnly = false;  // PLAINTEXTKEYBLOB with CRYPT_IPSEC_HMAC_KEY outside the range
-  std::unique_ptr<CipherEngine> m_engine;  // built on first use with the current parameters
+  std::unique_ptr<CipherEngine> m_engine;  // built on first use from the current parameters
 };
 
 }  // namespace quiv::platform
