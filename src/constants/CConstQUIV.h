@@ -1,0 +1,135 @@
+// CConstQUIV: the catalogue of the platform's cryptographic constants (algorithm classes, types
+// and identifiers, key, hash and provider parameters, flags, blob types, provider types and
+// names, provider error codes) as 342 read-only properties. Script callers use it in place of
+// the platform headers; every class of the library reads the constants it passes to the
+// platform from it, at the moment of use, instead of writing them as literals.
+//
+// Ownership and threads: the class holds no data. Make an instance wherever one is needed (it is
+// an empty constexpr object) and call its getters from any thread; nothing is shared, nothing
+// can fail. Integer getters are constexpr and inline, so a call costs what the literal costs.
+//
+//   const quiv::CConstQUIV constants;
+//   DWORD flags = constants.CRYPT_EXPORTABLE() | constants.CRYPT_CREATE_SALT();
+//   quiv::CConstQUIV::Value v;
+//   if (constants.Lookup("calg_rc2", v)) { /* v.kind == Kind::Computed, v.integer == 26114 */ }
+//
+// Every property, its kind and its value live in one table, CConstQUIV.def; the getters, the
+// count, the dispatch ids and the name lookup below are generated from it.
+//
+// Name clash with the C header: platform/wincrypt.h defines most of these names as object-like
+// macros, which would turn `constants.CALG_MD5()` into `constants.0x8003()`. This header
+// includes wincrypt.h first (so its include guard is set and later inclusions add nothing) and
+// then withdraws every such macro (CConstQUIV.undef). A file that includes this header therefore
+// takes its constants from here, which is what the library wants anyway. Consequence: a header
+// that uses the wincrypt.h macros in inline code (the provider internals such as SizedOutput.h)
+// must be included before this one; the platform seam (IPlatform.h) can come in any order.
+#ifndef QUIV_CONSTANTS_CCONSTQUIV_H
+#define QUIV_CONSTANTS_CCONSTQUIV_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "platform/QuivExport.h"
+#include "platform/wincrypt.h"
+
+#include "constants/CConstQUIV.undef"
+
+namespace quiv {
+
+class QUIV_API CConstQUIV final {
+ public:
+  // The type the 12 string properties return: UTF-16 code units.
+  using Text = std::u16string;
+
+  // How a property gets its value: stored integer, integer computed from three other properties
+  // (the CALG_ identifiers), or stored string.
+  enum class Kind : uint8_t { Integer, Computed, String };
+
+  // One property as the automation layer binds to it.
+  struct Property {
+    std::string_view name;  // exactly as callers spell it, e.g. "CRYPT_EXPORTABLE"
+    Kind kind;
+    int32_t dispId;  // dispatch id; the slot order is the order of Properties()
+  };
+
+  // A value read through Lookup. `integer` is set for Integer and Computed, `text` (a view of a
+  // static literal, valid for the whole process) for String; the other field is 0 or empty.
+  struct Value {
+    Kind kind = Kind::Integer;
+    int32_t integer = 0;
+    std::u16string_view text;
+  };
+
+  // Counts of the table, checked at compile time in CConstQUIV.cpp.
+  static constexpr size_t kStoredIntegerCount = 0
+#define QUIV_CONST_INT(name, value) +1
+#define QUIV_CONST_CALG(name, algClass, algType, algSid)
+#define QUIV_CONST_STRING(name, text)
+#include "constants/CConstQUIV.def"
+      ;
+  static constexpr size_t kComputedCount = 0
+#define QUIV_CONST_INT(name, value)
+#define QUIV_CONST_CALG(name, algClass, algType, algSid) +1
+#define QUIV_CONST_STRING(name, text)
+#include "constants/CConstQUIV.def"
+      ;
+  static constexpr size_t kStringCount = 0
+#define QUIV_CONST_INT(name, value)
+#define QUIV_CONST_CALG(name, algClass, algType, algSid)
+#define QUIV_CONST_STRING(name, text) +1
+#include "constants/CConstQUIV.def"
+      ;
+  static constexpr size_t kIntegerCount = kStoredIntegerCount + kComputedCount;
+  static constexpr size_t kPropertyCount = kIntegerCount + kStringCount;
+
+  // Dispatch ids run downward from this one, which belongs to the first property.
+  static constexpr int32_t kFirstDispId = 0x68030155;
+  static constexpr int32_t DispIdAt(size_t index) {
+    return kFirstDispId - static_cast<int32_t>(index);
+  }
+
+  constexpr CConstQUIV() noexcept = default;
+
+  // The getters, one per property, in interface order. Integer getters return the platform's
+  // value as a signed 32-bit integer (flags with the top bit set come out negative). A CALG_
+  // getter ORs its class, type and sub-identifier getters, called on this object.
+#define QUIV_CONST_INT(name, value)         \
+  constexpr int32_t name() const noexcept { \
+    return value;                           \
+  }
+#define QUIV_CONST_CALG(name, algClass, algType, algSid) \
+  constexpr int32_t name() const noexcept {              \
+    return algClass() | algType() | algSid();            \
+  }
+#define QUIV_CONST_STRING(name, text) \
+  Text name() const {                 \
+    return Text(text);                \
+  }
+#include "constants/CConstQUIV.def"
+
+  // Every property in interface (slot) order. Never fails.
+  static std::span<const Property> Properties() noexcept;
+
+  // The position of `name` in Properties(), compared ASCII case-insensitively as automation
+  // binds names; nullopt for a name that is not a property. Never fails.
+  static std::optional<size_t> IndexOf(std::string_view name) noexcept;
+
+  // Reads the property called `name` (case-insensitive) through its getter. True and `o_value`
+  // filled when the name is a property; false and `o_value` untouched otherwise.
+  bool Lookup(std::string_view name, Value& o_value) const noexcept;
+
+  // Reads the property whose dispatch id is `dispId`. True and `o_value` filled when the id
+  // belongs to a property; false and `o_value` untouched otherwise.
+  bool LookupDispId(int32_t dispId, Value& o_value) const noexcept;
+
+  // Reads the property at `index` of Properties(). False when index >= kPropertyCount.
+  bool ValueAt(size_t index, Value& o_value) const noexcept;
+};
+
+}  // namespace quiv
+
+#endif
