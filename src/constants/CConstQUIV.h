@@ -19,7 +19,7 @@
 // Name clash with the C header: platform/wincrypt.h defines most of these names as object-like
 // macros, which would turn `constants.CALG_MD5()` into `constants.0x8003()`. This header
 // includes wincrypt.h first (so its include guard is set and later inclusions add nothing) and
-// then withdraws every such macro (CConstQUIV.undef). A file that includes this header therefore
+// then withdraws every such macro (CConstQUIVUndef.def). A file that includes this header therefore
 // takes its constants from here, which is what the library wants anyway. Consequence: a header
 // that uses the wincrypt.h macros in inline code (the provider internals such as SizedOutput.h)
 // must be included before this one; the platform seam (IPlatform.h) can come in any order.
@@ -30,21 +30,18 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
 #include <string_view>
 
+#include "automation/String.h"
 #include "platform/QuivExport.h"
 #include "platform/wincrypt.h"
 
-#include "constants/CConstQUIV.undef"
+#include "constants/CConstQUIVUndef.def"
 
 namespace quiv {
 
 class QUIV_API CConstQUIV final {
  public:
-  // The type the 12 string properties return: UTF-16 code units.
-  using Text = std::u16string;
-
   // How a property gets its value: stored integer, integer computed from three other properties
   // (the CALG_ identifiers), or stored string.
   enum class Kind : uint8_t { Integer, Computed, String };
@@ -95,8 +92,9 @@ class QUIV_API CConstQUIV final {
   constexpr CConstQUIV() noexcept = default;
 
   // The getters, one per property, in interface order. Integer getters return the platform's
-  // value as a signed 32-bit integer (flags with the top bit set come out negative). A CALG_
-  // getter ORs its class, type and sub-identifier getters, called on this object.
+  // value as a signed 32-bit integer (flags with the top bit set come out negative); string
+  // getters return a fresh String. A CALG_ getter ORs its class, type and sub-identifier
+  // getters, called on this object.
 #define QUIV_CONST_INT(name, value)         \
   constexpr int32_t name() const noexcept { \
     return value;                           \
@@ -106,8 +104,8 @@ class QUIV_API CConstQUIV final {
     return algClass() | algType() | algSid();            \
   }
 #define QUIV_CONST_STRING(name, text) \
-  Text name() const {                 \
-    return Text(text);                \
+  String name() const {               \
+    return String(text);              \
   }
 #include "constants/CConstQUIV.def"
 

@@ -102,7 +102,7 @@ struct GetterCall {
   std::string name;
   Kind kind;
   int32_t integer;
-  std::u16string text;
+  String text;
 };
 
 std::vector<GetterCall> CallEveryGetter(const CConstQUIV& c) {
@@ -183,7 +183,8 @@ TEST(CConstQUIVTest, EveryGetterReturnsTheReferenceValueInOrder) {
     EXPECT_EQ(calls[i].name, row.name);
     ASSERT_EQ(calls[i].kind == Kind::String, row.isString);
     if (row.isString) {
-      EXPECT_EQ(calls[i].text, row.text);
+      EXPECT_EQ(calls[i].text, String(row.text));
+      EXPECT_FALSE(calls[i].text.HasOddByte());
     } else {
       EXPECT_EQ(calls[i].integer, row.integer);
     }
@@ -270,7 +271,10 @@ TEST(CConstQUIVTest, CryptSucceedIsAutomationTrueNotOne) {
 
 TEST(CConstQUIVTest, EnhancedProviderNameIsExact) {
   const CConstQUIV c;
-  EXPECT_EQ(c.MS_ENHANCED_PROV(), u"Microsoft Enhanced Cryptographic Provider v1.0");
+  const String name = c.MS_ENHANCED_PROV();
+  EXPECT_EQ(name.u16(), u"Microsoft Enhanced Cryptographic Provider v1.0");
+  EXPECT_EQ(name.Length(), 46u);
+  EXPECT_EQ(name.ToUtf8(), "Microsoft Enhanced Cryptographic Provider v1.0");
   CConstQUIV::Value value;
   ASSERT_TRUE(c.Lookup("MS_ENHANCED_PROV", value));
   EXPECT_EQ(value.kind, Kind::String);
@@ -346,7 +350,7 @@ TEST(CConstQUIVTest, ValueAtRejectsAnIndexPastTheEnd) {
 }
 
 TEST(CConstQUIVTest, MacroWithdrawalListCoversEveryPropertyOnce) {
-  const std::vector<std::string> undefined = NamesIn("CConstQUIV.undef", "#undef ");
+  const std::vector<std::string> undefined = NamesIn("CConstQUIVUndef.def", "#undef ");
   std::vector<std::string> properties;
   for (const auto& property : CConstQUIV::Properties()) properties.emplace_back(property.name);
   EXPECT_EQ(undefined, properties);
