@@ -62,6 +62,7 @@ std::unique_ptr<CipherEngine> CipherEngine::Create(ALG_ID algid, std::span<const
   std::unique_ptr<CipherEngine> engine(new CipherEngine(algid, effectiveBits, mode));
   engine->m_keying.assign(keying.begin(), keying.end());
   std::copy_n(iv.begin(), std::min(iv.size(), kBlockSize), engine->m_iv.begin());
+  engine->Init(Direction::Encrypt, engine->m_iv);  // refuses an unusable key now, not on use
   engine->Reset();
   return engine;
 }

@@ -1,0 +1,118 @@
+// CipherEngine: RFC 2268 RC2 known answers (all effective lengths and key sizes, beyond what a
+// session key may hold), FIPS 81 DES, shared chaining across directions, cloning and reset.
+#include "platform/CipherEngine.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/CspError.h"
+#include "support/VectorFile.h"
+
+namespace quiv::platform {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using test::VectorFile;
+
+Bytes H(std::string_view hex) {
+  return VectorFile::DecodeHex(hex);
+}
+std::string HexOf(const Bytes& bytes) {
+  return VectorFile::EncodeHex(bytes);
+}
+uint32_t ErrorOf(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const CspError& e) {
+    return e.code();
+  }
+  return 0;
+}
+
+Bytes Apply(CipherEngine& engine, Bytes data, bool encrypt) {
+  if (encrypt) {
+    engine.Encrypt(data);
+  } else {
+    engine.Decrypt(data);
+  }
+  return data;
+}
+
+TEST(CipherEngineTest, Rc2Rfc2268) {
+  struct Case {
+    const char* key;
+    DWORD effective;
+    const char* plain;
+    const char* cipher;
+  };
+  const Case cases[] = {
+      {"0000000000000000", 63, "0000000000000000", "ebb773f993278eff"},
+      {"ffffffffffffffff", 64, "ffffffffffffffff", "278b27e42e2f0d49"},
+      {"3000000000000000", 64, "1000000000000001", "30649edf9be7d2c2"},
+      {"88", 64, "0000000000000000", "61a8a244adacccf0"},
+      {"88bca90e90875a", 64, "0000000000000000", "6ccf4308974c267f"},
+      {"88bca90e90875a7f0f79c384627bafb2", 64, "0000000000000000", "1a807d272bbe5db1"},
+      {"88bca90e90875a7f0f79c384627bafb2", 128, "0000000000000000", "2269552ab0f85ca6"},
+      {"88bca90e90875a7f0f79c384627bafb216f80a6f85920584c42fceb0be255daf1e", 129,
+       "0000000000000000", "5b78d3a43dfff1f1"},
+  };
+  for (const Case& c : cases) {
+    auto engine = CipherEngine::Create(CALG_RC2, H(c.key), c.effective, CRYPT_MODE_ECB, {});
+    EXPECT_EQ(HexOf(Apply(*engine, H(c.plain), true)), c.cipher) << c.key << "/" << c.effective;
+    EXPECT_EQ(HexOf(Apply(*engine, H(c.cipher), false)), c.plain);
+  }
+}
+
+TEST(CipherEngineTest, DesFips81Cbc) {
+  const Bytes iv = H("1234567890abcdef");
+  auto engine = CipherEngine::Create(CALG_DES, H("0123456789abcdef"), 0, CRYPT_MODE_CBC, iv);
+  const std::string text = "Now is the time for all ";
+  Bytes data(text.begin(), text.end());
+  const std::string expected = "e5c7cdde872bf27c43e934008c389c0f683788499a7c05f6";
+  EXPECT_EQ(HexOf(Apply(*engine, Bytes(data.begin(), data.begin() + 8), true)),
+            expected.substr(0, 16));
+  auto copy = engine->Clone();
+  EXPECT_EQ(HexOf(Apply(*copy, Bytes(data.begin() + 8, data.end()), true)), expected.substr(16));
+  EXPECT_EQ(HexOf(Apply(*engine, Bytes(data.begin() + 8, data.end()), true)), expected.substr(16));
+  engine->Reset();
+  EXPECT_EQ(HexOf(Apply(*engine, data, true)), expected);
+  engine->Reset();
+  EXPECT_EQ(Apply(*engine, H(expected), false), data);
+}
+
+TEST(CipherEngineTest, ChainCarriesOverWhenDirectionChanges) {
+  const Bytes iv = H("1234567890abcdef");
+  auto engine = CipherEngine::Create(CALG_DES, H("0123456789abcdef"), 0, CRYPT_MODE_CBC, iv);
+  const std::string text = "Now is the time for all ";
+  Apply(*engine, Bytes(text.begin(), text.begin() + 8), true);
+  EXPECT_EQ(Apply(*engine, H("43e934008c389c0f683788499a7c05f6"), false),
+            Bytes(text.begin() + 8, text.end()));
+}
+
+TEST(CipherEngineTest, Errors) {
+  EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_AES_128, Bytes(16), 0, CRYPT_MODE_CBC, {}); }),
+            static_cast<uint32_t>(NTE_BAD_ALGID));
+  EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_DES, Bytes(8), 0, CRYPT_MODE_OFB, {}); }),
+            static_cast<uint32_t>(NTE_BAD_ALGID));
+  EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_3DES, Bytes(8), 0, CRYPT_MODE_ECB, {}); }),
+            static_cast<uint32_t>(NTE_BAD_KEY));
+  auto engine = CipherEngine::Create(CALG_DES, Bytes(8), 0, CRYPT_MODE_ECB, {});
+  Bytes odd(7);
+  EXPECT_EQ(ErrorOf([&] { engine->Encrypt(odd); }), static_cast<uint32_t>(NTE_BAD_DATA));
+}
+
+TEST(CipherEngineTest, Rc4ResetRestartsKeystream) {
+  // RC4 test vector (key 0102030405, keystream offset 0) from RFC 6229.
+  auto engine = CipherEngine::Create(CALG_RC4, H("0102030405"), 0, 0, {});
+  EXPECT_TRUE(engine->IsStream());
+  EXPECT_EQ(HexOf(Apply(*engine, Bytes(8, 0), true)), "b2396305f03dc027");
+  EXPECT_EQ(HexOf(Apply(*engine, Bytes(8, 0), true)), "ccc3524a0a1118a8");
+  engine->Reset();
+  EXPECT_EQ(HexOf(Apply(*engine, Bytes(16, 0), true)), "b2396305f03dc027ccc3524a0a1118a8");
+}
+
+}  // namespace
+}  // namespace quiv::platform
