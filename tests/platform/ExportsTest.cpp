@@ -1,0 +1,90 @@
+// libquiv exports the CryptoAPI functions with C linkage (plain, unmangled names a C program or
+// an FFI binds to), and keeps the provider's internals hidden. Read from the dynamic symbol
+// table of the built shared library with `nm -D`.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const char* const kCFunctions[] = {
+    "CryptAcquireContextA", "CryptAcquireContextW",  "CryptReleaseContext",   "CryptGetProvParam",
+    "CryptGetUserKey",      "CryptGenKey",           "CryptDeriveKey",        "CryptDestroyKey",
+    "CryptDuplicateKey",    "CryptGetKeyParam",      "CryptSetKeyParam",      "CryptExportKey",
+    "CryptImportKey",       "CryptEncrypt",          "CryptDecrypt",          "CryptGenRandom",
+    "CryptCreateHash",      "CryptHashData",         "CryptHashSessionKey",   "CryptGetHashParam",
+    "CryptSetHashParam",    "CryptDestroyHash",      "CryptDuplicateHash",    "CryptSignHashA",
+    "CryptSignHashW",       "CryptVerifySignatureA", "CryptVerifySignatureW", "GetLastError",
+    "SetLastError",         "GetVersionExA",
+};
+
+fs::path Library() {
+  return fs::path(QUIV_BINARY_DIR) / "src" / "libquiv.so";
+}
+
+// Defined dynamic symbols: name -> nm type letter.
+std::map<std::string, char> DynamicSymbols(const fs::path& library) {
+  std::map<std::string, char> symbols;
+  const std::string command = "nm -D --defined-only '" + library.string() + "' 2>/dev/null";
+  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+  if (!pipe) return symbols;
+  char line[4096];
+  while (std::fgets(line, sizeof line, pipe.get()) != nullptr) {
+    std::istringstream fields(line);
+    std::string address;
+    std::string type;
+    std::string name;
+    if (fields >> address >> type >> name) {
+      symbols[name.substr(0, name.find('@'))] = type[0];
+    }
+  }
+  return symbols;
+}
+
+class ExportsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(fs::exists(Library())) << Library() << " is missing: build the quiv target";
+    m_symbols = DynamicSymbols(Library());
+    ASSERT_FALSE(m_symbols.empty()) << "nm -D read nothing from " << Library();
+  }
+  std::map<std::string, char> m_symbols;
+};
+
+TEST_F(ExportsTest, EveryCFunctionIsExportedUnmangled) {
+  for (const char* name : kCFunctions) {
+    const auto it = m_symbols.find(name);
+    ASSERT_NE(it, m_symbols.end()) << name << " is not exported";
+    EXPECT_EQ(it->second, 'T') << name << " is not a function in the text section";
+  }
+}
+
+TEST_F(ExportsTest, ProviderInternalsAreHidden) {
+  // The last-error store, the handle tables and the entry points' helpers are not part of the
+  // library's interface.
+  for (const auto& [name, type] : m_symbols) {
+    EXPECT_EQ(name.find("ThreadLastError"), std::string::npos) << name;
+    EXPECT_EQ(name.find("HandleTable"), std::string::npos) << name;
+    EXPECT_EQ(name.find("ProviderContext"), std::string::npos) << name;
+    EXPECT_EQ(name.find("KeyObject"), std::string::npos) << name;
+  }
+}
+
+TEST_F(ExportsTest, TheSeamIsExported) {
+  // The library's other layers and tests reach the platform through these.
+  EXPECT_TRUE(m_symbols.count("_ZN4quiv8platform8PlatformEv")) << "quiv::platform::Platform()";
+  bool forwarding = false;
+  for (const auto& [name, type] : m_symbols) {
+    if (name.find("ForwardingPlatform") != std::string::npos) forwarding = true;
+  }
+  EXPECT_TRUE(forwarding) << "quiv::platform::ForwardingPlatform";
+}
+
+}  // namespace
