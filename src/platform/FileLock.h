@@ -3,6 +3,11 @@
 // opens its own descriptor, so two FileLocks conflict whether they are in different processes
 // or in different threads of one process (flock locks belong to the open file description).
 //
+// A process that forks while holding a FileLock gives the child a copy of the locked
+// descriptor; the lock then lasts until both have closed it. The container store holds locks
+// only for the length of one operation, so this matters only for a fork from another thread in
+// that window (the descriptor is close-on-exec, so an exec ends it).
+//
 // Ownership: the FileLock owns the descriptor; destroying it closes the descriptor, which
 // releases the lock. The lock file itself is never deleted (deleting a lock file lets two
 // processes lock two different files).
