@@ -55,8 +55,9 @@ SecureBytes Digest::Compute(ALG_ID algid, std::span<const uint8_t> data) {
   return digest.Final();
 }
 
-size_t Digest::size() const {
-  return m_algid == CALG_SHA1 ? 20 : 16;
+size_t Digest::SizeOf(ALG_ID algid) {
+  if (!Supports(algid)) return 0;
+  return algid == CALG_SHA1 ? 20 : 16;
 }
 
 void Digest::Update(std::span<const uint8_t> data) {

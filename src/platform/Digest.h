@@ -33,8 +33,10 @@ class Digest final {
   static SecureBytes Compute(ALG_ID algid, std::span<const uint8_t> data);
 
   ALG_ID algid() const { return m_algid; }
-  // Digest length in bytes (16 or 20).
-  size_t size() const;
+  // Digest length in bytes (16 or 20); SizeOf gives it for an id without making a digest
+  // (0 for unsupported ids).
+  size_t size() const { return SizeOf(m_algid); }
+  static size_t SizeOf(ALG_ID algid);
   // Adds `data`. Throws CspError(NTE_FAIL) on a library failure.
   void Update(std::span<const uint8_t> data);
   // The digest of everything added so far. The digest must not be used afterwards (Clone first

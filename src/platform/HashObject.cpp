@@ -89,9 +89,9 @@ size_t HashObject::size() const {
     case CALG_SSL3_SHAMD5:
       return kSsl3ShaMd5Size;
     case CALG_HMAC:
-      return m_hmacAlgid == 0 ? 0 : Digest(m_hmacAlgid).size();
+      return Digest::SizeOf(m_hmacAlgid);
     default:
-      return Digest(m_algid).size();
+      return Digest::SizeOf(m_algid);
   }
 }
 
