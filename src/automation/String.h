@@ -50,7 +50,9 @@ class QUIV_API String final {
 
   size_t Length() const { return m_units.size(); }
   size_t ByteLength() const { return m_units.size() * 2 + (m_hasOddByte ? 1 : 0); }
-  bool IsEmpty() const { return m_units.empty() && !m_hasOddByte; }
+  // No whole character, as the run time's `s = ""` and Len(s) = 0: a lone byte alone counts as
+  // empty text (ByteLength() tells it apart).
+  bool IsEmpty() const { return m_units.empty(); }
   bool HasOddByte() const { return m_hasOddByte; }
   char16_t operator[](size_t index) const { return m_units[index]; }
 
