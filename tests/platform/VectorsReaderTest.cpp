@@ -19,7 +19,9 @@ constexpr const char* kFile = R"json({
   "format": "windows-csp-vectors/1",
   "container_name_used": "box",
   "constants": {"CALG": {"CALG_MD5": 32771}},
-  "errors": {"NTE_BAD_FLAGS": {"code": 2148073481, "hex": "0x80090009"}},
+  "errors": {"NTE_BAD_FLAGS": {"code": 2148073481, "hex": "0x80090009"},
+             "NTE_BAD_KEYSET": {"code": 2148073494, "hex": "0x80090016"},
+             "ERROR_INVALID_PARAMETER": {"code": 87, "hex": "0x00000057"}},
   "shared_inputs": {"abc": {"length": 3, "hex": "616263"}},
   "vectors": [
     {"id": "one", "category": "c", "providers": ["Base", "Strong"], "procedure": "words",
@@ -28,11 +30,14 @@ constexpr const char* kFile = R"json({
                 "cases": [{"a": 1, "b": "00"}], "list": [1, 2]},
      "expected": {"value": "ff", "err": {"name": "NTE_BAD_FLAGS", "code": 2148073481,
                   "hex": "0x80090009"}, "outcome": "fails (code not asserted)",
-                  "alts": "X (87) or Y (0x80090016)"},
+                  "alts": "ERROR_INVALID_PARAMETER (87) or NTE_BAD_KEYSET (0x80090016)"},
      "expected_by_provider": {"Strong": {"value": "ee"}}},
     {"id": "bad", "category": "c", "providers": ["Base"], "procedure": "words",
      "inputs": {"alg": {"name": "CALG_MD5", "value": 1},
-                "err": {"name": "NTE_BAD_FLAGS", "code": 1, "hex": "0x80090009"}},
+                "err": {"name": "NTE_BAD_FLAGS", "code": 1, "hex": "0x80090009"},
+                "junk_hex": {"name": "NTE_BAD_FLAGS", "code": 2148073481, "hex": "0x80090009 x"},
+                "wrong_alt": "NTE_BAD_KEYSET (87)", "loose_alt": "NTE_BAD_KEYSET (0x80090016) x",
+                "loose_outcome": "fails (not asserted) x", "prose": "sometimes"},
      "expected": {}},
     {"id": "odd", "category": "c", "providers": ["Base"], "procedure": "words", "surprise": 1,
      "inputs": {}, "expected": {}}
@@ -96,6 +101,11 @@ TEST_F(VectorsReader, RefusesInconsistentRecords) {
   VectorCase v(File(), "bad", "Base");
   EXPECT_THROW(v.Input("alg").Alg(), std::runtime_error) << "value disagrees with the table";
   EXPECT_THROW(v.Input("err").Error(), std::runtime_error) << "code disagrees with hex and name";
+  EXPECT_THROW(v.Input("junk_hex").Error(), std::runtime_error) << "hex with trailing text";
+  EXPECT_THROW(v.Input("wrong_alt").ErrorAlternatives(), std::runtime_error) << "name vs code";
+  EXPECT_THROW(v.Input("loose_alt").ErrorAlternatives(), std::runtime_error) << "trailing text";
+  EXPECT_THROW(v.Input("loose_outcome").Outcome(), std::runtime_error) << "trailing text";
+  EXPECT_THROW(v.Input("prose").Outcome(), std::runtime_error) << "not an outcome";
   EXPECT_THROW(v.Input("missing"), std::runtime_error);
   EXPECT_THROW(VectorCase(File(), "odd", "Base"), std::runtime_error) << "unknown field";
   EXPECT_THROW(VectorCase(File(), "one", "Enhanced"), std::runtime_error) << "provider not listed";

@@ -1,11 +1,29 @@
 #include "support/VectorNode.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <stdexcept>
 
 #include "support/VectorFile.h"
 
 namespace quiv::test {
+
+namespace {
+
+// A whole decimal or 0x-prefixed hexadecimal number that fits 32 bits; nothing else.
+bool ParseCode(const std::string& text, uint32_t& code) {
+  if (text.empty() || text.find_first_not_of("0123456789abcdefxABCDEF") != std::string::npos) {
+    return false;
+  }
+  char* end = nullptr;
+  errno = 0;
+  const unsigned long long value = std::strtoull(text.c_str(), &end, 0);
+  if (errno != 0 || end != text.c_str() + text.size() || value > 0xffffffffu) return false;
+  code = static_cast<uint32_t>(value);
+  return true;
+}
+
+}  // namespace
 
 VectorNode::VectorNode(const nlohmann::json& value, std::string path, ReadLog& log,
                        const VectorFile& file)
@@ -84,21 +102,33 @@ uint32_t VectorNode::Error() const {
   const uint32_t code = (*this)["code"].Dword();
   const std::string name = (*this)["name"].Text();
   const std::string hex = (*this)["hex"].Text();
-  if (std::strtoul(hex.c_str(), nullptr, 16) != code) Fail("has hex " + hex + " != its code");
+  uint32_t parsed = 0;
+  if (!ParseCode(hex, parsed) || !hex.starts_with("0x") || hex.size() != 10 || parsed != code) {
+    Fail("has hex " + hex + " that is not its code");
+  }
   if (m_file->ErrorCode(name) != code) Fail("has a code that is not that of " + name);
   return code;
 }
 
 std::vector<uint32_t> VectorNode::ErrorAlternatives() const {
+  // "NAME (87) or NAME (0x80090016)": each name must carry its own code.
   const std::string text = Text();
   std::vector<uint32_t> codes;
-  for (size_t open = text.find('('); open != std::string::npos; open = text.find('(', open + 1)) {
-    char* end = nullptr;
-    const unsigned long code = std::strtoul(text.c_str() + open + 1, &end, 0);
-    if (end == nullptr || *end != ')') Fail("has a parenthesis that is not a code: " + text);
-    codes.push_back(static_cast<uint32_t>(code));
+  size_t start = 0;
+  while (true) {
+    const size_t end = text.find(" or ", start);
+    const std::string item = text.substr(start, end == std::string::npos ? end : end - start);
+    const size_t open = item.find(" (");
+    uint32_t code = 0;
+    if (open == std::string::npos || !item.ends_with(")") ||
+        !ParseCode(item.substr(open + 2, item.size() - open - 3), code) ||
+        m_file->ErrorCode(item.substr(0, open)) != code) {
+      Fail("is not a list of \"NAME (code)\" alternatives: " + text);
+    }
+    codes.push_back(code);
+    if (end == std::string::npos) break;
+    start = end + 4;
   }
-  if (codes.empty()) Fail("lists no error code: " + text);
   return codes;
 }
 
@@ -106,7 +136,11 @@ VectorOutcome VectorNode::Outcome() const {
   const std::string text = Text();
   if (text == "succeeds") return VectorOutcome::Succeeds;
   if (text == "present") return VectorOutcome::Present;
-  if (text == "fails" || text.starts_with("fails (")) return VectorOutcome::Fails;
+  // "fails (code not asserted)": a parenthesised remark and nothing after it.
+  if (text == "fails" ||
+      (text.starts_with("fails (") && text.ends_with(")") && text.find(')') == text.size() - 1)) {
+    return VectorOutcome::Fails;
+  }
   Fail("is not an outcome string: " + text);
 }
 
