@@ -84,7 +84,9 @@ void CErrHandler::LoadError(ErrObject& i_oErr, const String& i_sFullSource,
   m_sErrDescription = i_oErr.Description();
   m_sErrSource = i_oErr.Source();
   m_lErrNumber = i_oErr.Number();
-  m_dblErrLastDLLError = static_cast<double>(i_oErr.LastDllError());
+  // The run time keeps the last platform error as a signed 32-bit integer, so NTE_ codes widen
+  // to negative doubles (NTE_NO_KEY is -2146893811), as the error names are listed.
+  m_dblErrLastDLLError = static_cast<double>(static_cast<int32_t>(i_oErr.LastDllError()));
   try {
     i_oErr.Clear();
     m_sFullSource = i_sFullSource;
