@@ -40,20 +40,29 @@ size_t HashKey(const Variant& key) {
 
 }  // namespace
 
+template <class Self>
+auto Dictionary::Locate(Self& self, const Variant& key) -> decltype(self.m_entries.begin()) {
+  const auto [first, last] = self.m_index.equal_range(HashKey(key));
+  for (auto slot = first; slot != last; ++slot) {
+    if (slot->second->first == key) return slot->second;
+  }
+  return self.m_entries.end();
+}
+
 void Dictionary::Add(const Variant& key, const Variant& item) {
   if (Exists(key)) RaiseRuntime(kErrDuplicateKey);
   Append(key, item);
 }
 
 Variant Dictionary::Item(const Variant& key) {
-  const auto found = Locate(key);
+  const auto found = Locate(*this, key);
   if (found != m_entries.end()) return found->second;
   Append(key, Variant());
   return Variant();
 }
 
 void Dictionary::SetItem(const Variant& key, const Variant& item) {
-  const auto found = Locate(key);
+  const auto found = Locate(*this, key);
   if (found != m_entries.end()) {
     found->second = item;
   } else {
@@ -62,7 +71,7 @@ void Dictionary::SetItem(const Variant& key, const Variant& item) {
 }
 
 const Variant* Dictionary::Find(const Variant& key) const {
-  const auto found = Locate(key);
+  const auto found = Locate(*this, key);
   return found == m_entries.end() ? nullptr : &found->second;
 }
 
@@ -96,18 +105,6 @@ std::vector<Variant> Dictionary::Items() const {
   items.reserve(m_entries.size());
   for (const auto& entry : m_entries) items.push_back(entry.second);
   return items;
-}
-
-Dictionary::Entries::iterator Dictionary::Locate(const Variant& key) {
-  const auto [first, last] = m_index.equal_range(HashKey(key));
-  for (auto slot = first; slot != last; ++slot) {
-    if (slot->second->first == key) return slot->second;
-  }
-  return m_entries.end();
-}
-
-Dictionary::Entries::const_iterator Dictionary::Locate(const Variant& key) const {
-  return const_cast<Dictionary*>(this)->Locate(key);
 }
 
 void Dictionary::Append(const Variant& key, const Variant& item) {

@@ -48,8 +48,9 @@ class QUIV_API Dictionary final : public Object {
   using Entry = std::pair<Variant, Variant>;
   using Entries = std::list<Entry>;
 
-  Entries::iterator Locate(const Variant& key);
-  Entries::const_iterator Locate(const Variant& key) const;
+  // The entry for `key` in `self` (const or not), or its end().
+  template <class Self>
+  static auto Locate(Self& self, const Variant& key) -> decltype(self.m_entries.begin());
   void Append(const Variant& key, const Variant& item);
 
   Entries m_entries;
