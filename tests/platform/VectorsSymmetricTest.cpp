@@ -438,6 +438,17 @@ void OverlongRc2Import(VectorCase& v, const VectorProvider& p) {
   Bytes blob(header);
   blob.insert(blob.end(), wrapped.begin(), wrapped.begin() + length);
 
+  // The notes record that the newest revision also expects the same key bytes to be refused
+  // as a PLAINTEXTKEYBLOB (its length is outside the provider's RC2 range).
+  Bytes plainBlob = {PLAINTEXTKEYBLOB, CUR_BLOB_VERSION, 0, 0};
+  plainBlob.insert(plainBlob.end(), header.begin() + 4, header.begin() + 8);  // aiKeyAlg
+  for (int shift = 0; shift < 32; shift += 8) plainBlob.push_back(uint8_t(keyBytes >> shift));
+  plainBlob.insert(plainBlob.end(), material.begin(), material.end());
+  KeyHandle plain;
+  EXPECT_TRUE(FailedWithAnyCode(
+      CryptImportKey(prov.get(), plainBlob.data(), Size(plainBlob), 0, 0, plain.put())))
+      << "PLAINTEXTKEYBLOB of " << keyBytes << " RC2 key bytes";
+
   ASSERT_EQ(v.Expected("import").Outcome(), VectorOutcome::Succeeds);
   const KeyHandle key = ImportKey(prov.get(), blob, exchange.get(), 0);
   ASSERT_NE(key.get(), 0u);
