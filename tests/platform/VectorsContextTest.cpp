@@ -195,24 +195,24 @@ void VerifyContextHasNoKeys(VectorCase& v, const VectorProvider& p) {
   ASSERT_NE(verify.get(), 0u);
   EXPECT_EQ(ProvDword(verify.get(), PP_KEYSPEC), v.Expected("PP_KEYSPEC_if_supported").Dword());
   const DWORD noKey = v.Expected("get_user_key_error").Error();
-  for (const DWORD spec : {DWORD{AT_KEYEXCHANGE}, DWORD{AT_SIGNATURE}}) {
+  for (const DWORD keySpec : {DWORD{AT_KEYEXCHANGE}, DWORD{AT_SIGNATURE}}) {
     KeyHandle key;
-    QUIV_EXPECT_FAILS_WITH(CryptGetUserKey(verify.get(), spec, key.put()), noKey) << spec;
+    QUIV_EXPECT_FAILS_WITH(CryptGetUserKey(verify.get(), keySpec, key.put()), noKey) << keySpec;
   }
   const ProvHandle created = p.NewContainer(nullptr);
   ASSERT_NE(created.get(), 0u);
   const DWORD newNoKey = v.Expected("new_container_get_user_key_error").Error();
-  for (const DWORD spec : {DWORD{AT_KEYEXCHANGE}, DWORD{AT_SIGNATURE}}) {
+  for (const DWORD keySpec : {DWORD{AT_KEYEXCHANGE}, DWORD{AT_SIGNATURE}}) {
     KeyHandle key;
-    QUIV_EXPECT_FAILS_WITH(CryptGetUserKey(created.get(), spec, key.put()), newNoKey) << spec;
+    QUIV_EXPECT_FAILS_WITH(CryptGetUserKey(created.get(), keySpec, key.put()), newNoKey) << keySpec;
   }
 }
 
 // Checks one slot of a container against "present" / "fails".
-void ExpectSlot(HCRYPTPROV prov, DWORD spec, VectorOutcome outcome, const std::string& label) {
+void ExpectSlot(HCRYPTPROV prov, DWORD keySpec, VectorOutcome outcome, const std::string& label) {
   KeyHandle key;
   ::SetLastError(0x5eed5eedu);
-  const BOOL ok = CryptGetUserKey(prov, spec, key.put());
+  const BOOL ok = CryptGetUserKey(prov, keySpec, key.put());
   if (outcome == VectorOutcome::Present) {
     EXPECT_TRUE(Succeeded(ok)) << label;
   } else {
@@ -248,16 +248,16 @@ void GenKeySlotSelection(VectorCase& v, const VectorProvider& p) {
   const std::string reopen = v.Expected("reopen").Text();
   ASSERT_TRUE(reopen.ends_with(" present")) << reopen;
   const std::string slot = reopen.substr(0, reopen.size() - std::string(" present").size());
-  const DWORD spec = v.file().Constant("other_flags", slot);
+  const DWORD keySpec = v.file().Constant("other_flags", slot);
   {
     const ProvHandle prov = p.NewContainer(container.c_str());
     ASSERT_NE(prov.get(), 0u);
     KeyHandle pair;
-    QUIV_ASSERT_SUCCEEDS(CryptGenKey(prov.get(), spec, 0, pair.put()));
+    QUIV_ASSERT_SUCCEEDS(CryptGenKey(prov.get(), keySpec, 0, pair.put()));
   }
   ProvHandle reopened;
   QUIV_ASSERT_SUCCEEDS(p.Acquire(reopened.put(), container.c_str(), 0));
-  ExpectSlot(reopened.get(), spec, VectorOutcome::Present, slot + " after reopening");
+  ExpectSlot(reopened.get(), keySpec, VectorOutcome::Present, slot + " after reopening");
 }
 
 // ctx.machine_keyset

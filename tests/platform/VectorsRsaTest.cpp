@@ -41,10 +41,10 @@ void ImportIntoContainer(VectorCase& v, const VectorProvider& p) {
   ASSERT_NE(key.get(), 0u);
 
   const std::string slot = v.Expected("container_slot").Text();
-  const DWORD spec = v.file().Constant("other_flags", slot);
-  const DWORD otherSpec = spec == AT_KEYEXCHANGE ? AT_SIGNATURE : AT_KEYEXCHANGE;
+  const DWORD keySpec = v.file().Constant("other_flags", slot);
+  const DWORD otherSpec = keySpec == AT_KEYEXCHANGE ? AT_SIGNATURE : AT_KEYEXCHANGE;
   KeyHandle user;
-  QUIV_EXPECT_SUCCEEDS(CryptGetUserKey(prov.get(), spec, user.put())) << " slot " << slot;
+  QUIV_EXPECT_SUCCEEDS(CryptGetUserKey(prov.get(), keySpec, user.put())) << " slot " << slot;
   EXPECT_EQ(KeyDword(user.get(), KP_ALGID), BlobDword(blob, 4)) << "the blob's aiKeyAlg";
   KeyHandle other;
   EXPECT_TRUE(FailedWithAnyCode(CryptGetUserKey(prov.get(), otherSpec, other.put())))
