@@ -48,7 +48,7 @@ class QUIV_API CErrAPI final {
   static size_t RowCount();
 
  private:
-  const CConstQUIV m_oConst;
+  const CConstQUIV m_oConst{};
 };
 
 }  // namespace quiv

@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <exception>
-#include <iostream>
 #include <new>
 #include <string>
 
 #include "automation/RuntimeError.h"
+#include "errors/CErrHandler.h"
+#include "errors/ErrorTrap.h"
 
 namespace quiv {
 namespace {
@@ -75,10 +76,10 @@ std::string DescribeCurrentException() {
   }
 }
 
-// One entry of the application log. Entries go to the application log service of the platform
-// seam once the error machinery is connected to it; until then each is one line on stderr.
-void WriteApplicationLogEntry(std::string_view text) {
-  std::cerr << text << '\n';
+// One entry of the application log, where every failure of the error machinery goes.
+void WriteApplicationLogEntry(const std::string& text) {
+  StartLogging(CErrHandler::kLogPath, CErrHandler::kLogMode);
+  LogEvent(String::FromUtf8(text), CErrHandler::kLogEntryType);
 }
 
 // The trap's log entry: "<source>, <description>", the description extended with the code.

@@ -2,6 +2,9 @@
 // SDK's winerror.h when it is installed (Debian mingw-w64-common); the spot checks always run.
 #include "errors/CErrAPI.h"
 
+#include "RecordingPlatform.h"
+#include "platform/PlatformSeam.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -161,32 +164,41 @@ TEST(CErrAPITest, OnlyExactlyEqualCodesMatchARow) {
   EXPECT_EQ(Lookup(2.25), u"&H2 (see WinErr.h for description.)");
 }
 
-TEST(CErrAPITest, LookupsWriteNothingToTheLog) {
-  testing::internal::CaptureStderr();
+// The catalogue writes its failures to the application log through the platform seam.
+class CErrAPILogTest : public ::testing::Test {
+ protected:
+  std::vector<std::string> Entries() const {
+    std::vector<std::string> texts;
+    for (const auto& e : m_platform.m_entries) texts.push_back(e.m_sText);
+    return texts;
+  }
+  quiv::testing::RecordingPlatform m_platform;
+  quiv::platform::ScopedPlatformOverride m_use{m_platform};
+};
+
+TEST_F(CErrAPILogTest, LookupsWriteNothingToTheLog) {
   (void)Lookup(5);
   (void)Lookup(35);
   (void)Lookup(-2146893811);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_TRUE(Entries().empty());
 }
 
-TEST(CErrAPITest, CodeBeyondThirtyTwoBitsIsLoggedAndGivesTheEmptyText) {
-  testing::internal::CaptureStderr();
+TEST_F(CErrAPILogTest, CodeBeyondThirtyTwoBitsIsLoggedAndGivesTheEmptyText) {
   const std::u16string text = Lookup(4294967296.0);
-  const std::string log = testing::internal::GetCapturedStderr();
   EXPECT_EQ(text, u"");
-  EXPECT_EQ(log, "QUIV.CErrAPI.LastError, Overflow API error = 4294967296. \n");
+  ASSERT_EQ(m_platform.m_starts.size(), 1u);
+  EXPECT_EQ(m_platform.m_starts[0].m_sPath, "c:\\cryptoerr.log");
+  EXPECT_EQ(Entries(),
+            std::vector<std::string>{"QUIV.CErrAPI.LastError, Overflow API error = 4294967296. "});
+  EXPECT_EQ(m_platform.m_entries[0].m_type, quiv::platform::LogEventType::Error);
 }
 
-TEST(CErrAPITest, UnsignedFormOfANegativeCodeOverflows) {
-  testing::internal::CaptureStderr();
-  const std::u16string text = Lookup(2146893811.0 * 2);
-  const std::string log = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(text, u"");
-  EXPECT_EQ(log, "QUIV.CErrAPI.LastError, Overflow API error = 4293787622. \n");
-  testing::internal::CaptureStderr();
+TEST_F(CErrAPILogTest, UnsignedFormOfANegativeCodeOverflows) {
+  EXPECT_EQ(Lookup(2146893811.0 * 2), u"");
   EXPECT_EQ(Lookup(2147483648.0), u"");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "QUIV.CErrAPI.LastError, Overflow API error = 2147483648. \n");
+  EXPECT_EQ(Entries(), (std::vector<std::string>{
+                           "QUIV.CErrAPI.LastError, Overflow API error = 4293787622. ",
+                           "QUIV.CErrAPI.LastError, Overflow API error = 2147483648. "}));
 }
 
 TEST(CErrAPITest, LookupLeavesTheCodeUnchanged) {

@@ -2,6 +2,9 @@
 // of names and values transcribed separately into quiv_error_list.txt.
 #include "errors/CErrQUIV.h"
 
+#include "RecordingPlatform.h"
+#include "platform/PlatformSeam.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -154,23 +157,26 @@ TEST(CErrQUIVTest, LookupLeavesTheCodeUnchanged) {
 }
 
 TEST(CErrQUIVTest, LookupsWriteNothingToTheLog) {
-  testing::internal::CaptureStderr();
+  quiv::testing::RecordingPlatform platform;
+  quiv::platform::ScopedPlatformOverride use{platform};
   (void)Lookup(-2147220992);
   (void)Lookup(-2147220836);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_TRUE(platform.m_entries.empty());
 }
 
 TEST(CErrQUIVTest, FailureInsideTheLookupIsLoggedAndGivesTheEmptyText) {
   const CErrQUIV catalogue;
   const int32_t code = -2147220836;
-  testing::internal::CaptureStderr();
+  quiv::testing::RecordingPlatform platform;
+  quiv::platform::ScopedPlatformOverride use{platform};
   g_failNextAllocation = true;
   const String text = catalogue.LastError(code);
   const bool injected = !g_failNextAllocation.exchange(false);
-  const std::string log = testing::internal::GetCapturedStderr();
   ASSERT_TRUE(injected) << "the lookup made no allocation to fail";
   EXPECT_EQ(Text(text), u"");
-  EXPECT_EQ(log, "QUIV.CErrQUIV.LastError, Out of memory QUIV error was: -2147220836\n");
+  ASSERT_EQ(platform.m_entries.size(), 1u);
+  EXPECT_EQ(platform.m_entries[0].m_sText,
+            "QUIV.CErrQUIV.LastError, Out of memory QUIV error was: -2147220836");
 }
 
 TEST(CErrQUIVTest, NameOfACode) {
