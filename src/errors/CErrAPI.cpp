@@ -60,34 +60,12 @@ std::string HexFallback(double code) {
   return std::string("&H") + hex + " (see WinErr.h for description.)";
 }
 
-// The description of the failure being handled, as the run time words it.
-std::string DescribeCurrentException() {
-  try {
-    throw;
-  } catch (const RuntimeError& e) {
-    return e.Description().ToUtf8();
-  } catch (const std::bad_alloc&) {
-    return "Out of memory";
-  } catch (const std::exception& e) {
-    return e.what();
-  } catch (...) {
-    return "";
-  }
-}
-
-// One entry of the application log, where every failure of the error machinery goes.
-void WriteApplicationLogEntry(const std::string& text) {
-  StartLogging(CErrHandler::kLogPath, CErrHandler::kLogMode);
-  LogEvent(String::FromUtf8(text), CErrHandler::kLogEntryType);
-}
-
 // The trap's log entry: "<source>, <description>", the description extended with the code.
 // Nothing may leave the lookup, so a failure to write the entry is dropped.
 void LogLookupFailure(double code) noexcept {
   try {
-    const std::string description =
-        DescribeCurrentException() + " API error = " + String::FromDouble(code).ToUtf8() + ". ";
-    WriteApplicationLogEntry("QUIV.CErrAPI.LastError, " + description);
+    LogCurrentFailure(u"QUIV.CErrAPI.LastError",
+                      u" API error = " + String::FromDouble(code) + u". ");
   } catch (...) {
   }
 }

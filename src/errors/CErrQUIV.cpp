@@ -61,34 +61,11 @@ bool EqualsIgnoringAsciiCase(std::string_view a, std::string_view b) {
                                             [&](char x, char y) { return lower(x) == lower(y); });
 }
 
-// The description of the failure being handled, as the run time words it.
-std::string DescribeCurrentException() {
-  try {
-    throw;
-  } catch (const RuntimeError& e) {
-    return e.Description().ToUtf8();
-  } catch (const std::bad_alloc&) {
-    return "Out of memory";
-  } catch (const std::exception& e) {
-    return e.what();
-  } catch (...) {
-    return "";
-  }
-}
-
-// One entry of the application log, where every failure of the error machinery goes.
-void WriteApplicationLogEntry(const std::string& text) {
-  StartLogging(CErrHandler::kLogPath, CErrHandler::kLogMode);
-  LogEvent(String::FromUtf8(text), CErrHandler::kLogEntryType);
-}
-
 // The trap's log entry: "<source>, <description>", the description extended with the code.
 // Nothing may leave the lookup, so a failure to write the entry is dropped.
 void LogLookupFailure(int32_t code) noexcept {
   try {
-    const std::string description =
-        DescribeCurrentException() + " QUIV error was: " + std::to_string(code);
-    WriteApplicationLogEntry("QUIV.CErrQUIV.LastError, " + description);
+    LogCurrentFailure(u"QUIV.CErrQUIV.LastError", u" QUIV error was: " + String::FromInt(code));
   } catch (...) {
   }
 }

@@ -143,4 +143,13 @@ void LogEvent(const String& text, int32_t eventType) {
   if (!platform::Platform().LogEvent(text.ToUtf8(), type)) RaiseLogFailure();
 }
 
+void LogCurrentFailure(const String& source, const String& suffix) noexcept {
+  try {
+    const ErrObject error = CurrentError();
+    StartLogging(CErrHandler::kLogPath, CErrHandler::kLogMode);
+    LogEvent(source + u", " + error.Description() + suffix, CErrHandler::kLogEntryType);
+  } catch (...) {
+  }
+}
+
 }  // namespace quiv

@@ -109,6 +109,11 @@ QUIV_API bool TrapOnStartPage(Ref<CErrHandler>& lastError, const char16_t* sourc
 QUIV_API void StartLogging(const String& path, int32_t mode);
 QUIV_API void LogEvent(const String& text, int32_t eventType);
 
+// The catalogues' own trap (they have no record to load): writes "<source>, <description of the
+// exception being handled><suffix>" as one error entry of the application log. Call it only from
+// a catch block. A failure to write is dropped: nothing leaves a lookup.
+QUIV_API void LogCurrentFailure(const String& source, const String& suffix) noexcept;
+
 }  // namespace quiv
 
 #endif
