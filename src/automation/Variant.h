@@ -31,7 +31,10 @@ class QUIV_API Variant final {
   Variant(bool value) : m_value(value) {}                     // NOLINT
   Variant(String value) : m_value(std::move(value)) {}        // NOLINT
   Variant(const char16_t* value) : m_value(String(value)) {}  // NOLINT
-  Variant(ByteArray value) : m_value(std::move(value)) {}     // NOLINT
+  // Narrow text would otherwise decay to a pointer and become a Boolean True: say which form.
+  Variant(const char* value) = delete;
+  Variant(const void* value) = delete;
+  Variant(ByteArray value) : m_value(std::move(value)) {}  // NOLINT
   // A Nothing reference gives a Variant of kind Nothing.
   template <class T>
   Variant(const Ref<T>& object) : Variant(Ref<Object>(object)) {}  // NOLINT

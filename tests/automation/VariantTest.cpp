@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <type_traits>
 
 #include "automation/Dictionary.h"
 
@@ -111,3 +112,7 @@ TEST(Variant, Equality) {
 
 }  // namespace
 }  // namespace quiv
+
+// Narrow text must not silently become a Boolean through pointer decay.
+static_assert(!std::is_constructible_v<quiv::Variant, const char*>);
+static_assert(std::is_constructible_v<quiv::Variant, const char16_t*>);
