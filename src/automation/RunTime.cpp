@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/wincrypt.h"
+#include "platform/PlatformSeam.h"
 
 namespace quiv {
 namespace {
@@ -114,8 +114,10 @@ void RaiseRuntime(int32_t number) {
   throw RuntimeError(number, kRuntimeSource, RuntimeDescription(number), LastPlatformError());
 }
 
+// Through the seam, so that a test which injects a platform fault also controls what the raised
+// error carries.
 uint32_t LastPlatformError() {
-  return ::GetLastError();
+  return platform::Platform().GetLastError();
 }
 
 double RoundHalfEven(double value) {

@@ -3,7 +3,7 @@
 #ifndef QUIV_PLATFORM_SECUREBYTES_H
 #define QUIV_PLATFORM_SECUREBYTES_H
 
-#include <openssl/crypto.h>
+#include <string.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -19,7 +19,8 @@ struct WipingAllocator {
   WipingAllocator(const WipingAllocator<U>&) {}
   T* allocate(size_t n) { return std::allocator<T>().allocate(n); }
   void deallocate(T* p, size_t n) {
-    OPENSSL_cleanse(p, n * sizeof(T));
+    // explicit_bzero is not optimised away, and keeps OpenSSL out of this installed header.
+    explicit_bzero(p, n * sizeof(T));
     std::allocator<T>().deallocate(p, n);
   }
   template <class U>
