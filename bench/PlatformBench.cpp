@@ -1,0 +1,461 @@
+// Throughput of the provider against OpenSSL's EVP interface doing the same work in the same
+// process: CryptEncrypt/CryptDecrypt (RC4, RC2, DES, 3DES in CBC with PKCS#5 padding) of 64 KiB
+// in one final call and of 64 MiB streamed in 64 KiB sections (non-final, then a final one),
+// CryptHashData (MD5, SHA-1), and CryptSignHash/CryptVerifySignature (PKCS#1 v1.5 with SHA-1, 1024-
+// and 2048-bit keys). Our side goes only through the C functions of platform/wincrypt.h; the
+// baseline uses the same key bytes (imported as PLAINTEXTKEYBLOB, or the RSA key exported as
+// PRIVATEKEYBLOB and read by OpenSSL). Before timing, every pair is checked to produce the same
+// bytes, so both sides do the same work. Each benchmark runs as Google Benchmark repetitions,
+// interleaved at random; the table printed at the end compares the best repetition of each side.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <map>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "CapiSession.h"
+#include "EvpBaseline.h"
+#include "RatioReporter.h"
+
+namespace quiv::bench {
+namespace {
+
+constexpr size_t kKiB = 1024;
+constexpr size_t kSmall = 64 * kKiB;
+constexpr size_t kLarge = 64 * kKiB * kKiB;
+constexpr size_t kSection = 64 * kKiB;
+constexpr size_t kBlock = 8;
+constexpr size_t kSignedMessage = 64;
+// Repetitions: 64 KiB and signature cases run for at least kMinTime each; a 64 MiB case is one
+// message per repetition, with more repetitions for the fast ones (RC4, hashes).
+constexpr int kSmallReps = 5;
+constexpr int kSlowLargeReps = 3;
+constexpr int kFastLargeReps = 9;
+constexpr double kMinTime = 0.2;
+
+std::vector<uint8_t> RandomBytes(size_t n, uint64_t seed) {
+  std::vector<uint8_t> bytes(n);
+  std::mt19937_64 rng(seed);
+  for (size_t at = 0; at < n; at += sizeof(uint64_t)) {
+    const uint64_t word = rng();
+    std::memcpy(bytes.data() + at, &word, std::min(sizeof word, n - at));
+  }
+  return bytes;
+}
+
+// The input of every case, and one working buffer both sides encrypt and decrypt in place.
+const std::vector<uint8_t>& Plain() {
+  static const std::vector<uint8_t> plain = RandomBytes(kLarge, 1);
+  return plain;
+}
+std::vector<uint8_t>& Work() {
+  static std::vector<uint8_t> work(kLarge + 2 * kBlock);
+  return work;
+}
+
+struct CipherSpec {
+  const char* label;
+  ALG_ID algid;
+  const char* evpName;
+  size_t keyBytes;
+  bool block;
+};
+
+// Enhanced-provider key sizes: RC4 and RC2 128 bits (RC2 effective length 128), DES, 3DES.
+constexpr CipherSpec kCiphers[] = {
+    {"RC4", CALG_RC4, "RC4", 16, false},
+    {"RC2", CALG_RC2, "RC2-CBC", 16, true},
+    {"DES", CALG_DES, "DES-CBC", 8, true},
+    {"3DES", CALG_3DES, "DES-EDE3-CBC", 24, true},
+};
+
+// One cipher with its key on both sides: our key handle and two EVP contexts (one per
+// direction) keyed with the same bytes and a zero IV, as our CBC default.
+class CipherPair final {
+ public:
+  CipherPair(const CipherSpec& spec, CapiSession& capi, EvpBaseline& evp)
+      : m_spec(spec), m_key(RandomBytes(spec.keyBytes, spec.algid)) {
+    m_handle = capi.ImportPlaintextKey(spec.algid, m_key);
+    m_encrypt.reset(EVP_CIPHER_CTX_new());
+    m_decrypt.reset(EVP_CIPHER_CTX_new());
+    Prepare(evp, m_encrypt.get(), 1);
+    Prepare(evp, m_decrypt.get(), 0);
+  }
+
+  const CipherSpec& Spec() const { return m_spec; }
+
+  // Encrypts or decrypts n bytes at `data` in place, as one final call or in non-final
+  // sections of `section` bytes with the remainder final. Returns the output length.
+  size_t Ours(bool encrypt, uint8_t* data, size_t n, size_t section, size_t capacity) const {
+    size_t at = 0;
+    while (n - at > section) {
+      DWORD len = static_cast<DWORD>(section);
+      CapiSession::Check(encrypt ? CryptEncrypt(m_handle, 0, FALSE, 0, data + at, &len, len)
+                                 : CryptDecrypt(m_handle, 0, FALSE, 0, data + at, &len),
+                         encrypt ? "CryptEncrypt" : "CryptDecrypt");
+      at += section;
+    }
+    DWORD len = static_cast<DWORD>(n - at);
+    CapiSession::Check(encrypt ? CryptEncrypt(m_handle, 0, TRUE, 0, data + at, &len,
+                                              static_cast<DWORD>(capacity - at))
+                               : CryptDecrypt(m_handle, 0, TRUE, 0, data + at, &len),
+                       encrypt ? "CryptEncrypt(final)" : "CryptDecrypt(final)");
+    return at + len;
+  }
+
+  // The same with EVP. Decryption turns padding off for the sections before the last, so that
+  // every section is processed exactly in place, and EVP checks and strips the padding at the end.
+  size_t Evp(bool encrypt, uint8_t* data, size_t n, size_t section) const {
+    EVP_CIPHER_CTX* ctx = encrypt ? m_encrypt.get() : m_decrypt.get();
+    const uint8_t iv[kBlock] = {};
+    EvpBaseline::Check(
+        EVP_CipherInit_ex2(ctx, nullptr, m_key.data(), m_spec.block ? iv : nullptr, -1, nullptr),
+        "EVP_CipherInit_ex2");
+    const bool holdPadding = m_spec.block && !encrypt;
+    if (holdPadding) EVP_CIPHER_CTX_set_padding(ctx, 0);
+    size_t at = 0;
+    int out = 0;
+    while (n - at > section) {
+      EvpBaseline::Check(
+          EVP_CipherUpdate(ctx, data + at, &out, data + at, static_cast<int>(section)),
+          "EVP_CipherUpdate");
+      at += section;
+    }
+    if (holdPadding) EVP_CIPHER_CTX_set_padding(ctx, 1);
+    EvpBaseline::Check(EVP_CipherUpdate(ctx, data + at, &out, data + at, static_cast<int>(n - at)),
+                       "EVP_CipherUpdate");
+    at += static_cast<size_t>(out);
+    EvpBaseline::Check(EVP_CipherFinal_ex(ctx, data + at, &out), "EVP_CipherFinal_ex");
+    return at + static_cast<size_t>(out);
+  }
+
+  // The ciphertext of the first n plain bytes (made once, by EVP; the checks below show that
+  // ours is the same).
+  const std::vector<uint8_t>& Ciphertext(size_t n) {
+    std::vector<uint8_t>& cipher = m_ciphertexts[n];
+    if (cipher.empty()) {
+      cipher.assign(Plain().begin(), Plain().begin() + static_cast<std::ptrdiff_t>(n));
+      cipher.resize(n + kBlock);
+      cipher.resize(Evp(true, cipher.data(), n, n));
+    }
+    return cipher;
+  }
+
+  // Both sides must agree on a message of n bytes, whole and in sections; throws if not.
+  void CheckAgreement(size_t n, size_t section) {
+    const std::vector<uint8_t>& expected = Ciphertext(n);
+    std::vector<uint8_t> buffer(Plain().begin(), Plain().begin() + static_cast<std::ptrdiff_t>(n));
+    buffer.resize(n + kBlock);
+    const size_t length = Ours(true, buffer.data(), n, section, buffer.size());
+    if (length != expected.size() ||
+        !std::equal(expected.begin(), expected.end(), buffer.begin())) {
+      throw std::runtime_error(std::string(m_spec.label) + ": ciphertexts differ");
+    }
+    const size_t plainLength = Ours(false, buffer.data(), length, section, buffer.size());
+    if (plainLength != n ||
+        !std::equal(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(n),
+                    Plain().begin())) {
+      throw std::runtime_error(std::string(m_spec.label) + ": decryption differs");
+    }
+    std::vector<uint8_t> evpPlain = expected;
+    if (Evp(false, evpPlain.data(), evpPlain.size(), section) != n) {
+      throw std::runtime_error(std::string(m_spec.label) + ": EVP decryption length differs");
+    }
+  }
+
+ private:
+  void Prepare(EvpBaseline& evp, EVP_CIPHER_CTX* ctx, int enc) const {
+    if (ctx == nullptr) throw std::runtime_error("EVP_CIPHER_CTX_new failed");
+    EvpBaseline::Check(
+        EVP_CipherInit_ex2(ctx, evp.Cipher(m_spec.evpName), nullptr, nullptr, enc, nullptr),
+        "EVP_CipherInit_ex2");
+    EvpBaseline::Check(EVP_CIPHER_CTX_set_key_length(ctx, static_cast<int>(m_key.size())),
+                       "EVP_CIPHER_CTX_set_key_length");
+    if (m_spec.algid == CALG_RC2) {
+      EvpBaseline::Check(EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_SET_RC2_KEY_BITS,
+                                             static_cast<int>(m_key.size() * 8), nullptr),
+                         "EVP_CTRL_SET_RC2_KEY_BITS");
+    }
+  }
+
+  CipherSpec m_spec;
+  std::vector<uint8_t> m_key;
+  HCRYPTKEY m_handle = 0;
+  EvpCipherCtx m_encrypt;
+  EvpCipherCtx m_decrypt;
+  std::map<size_t, std::vector<uint8_t>> m_ciphertexts;
+};
+
+// One RSA signature key pair on both sides, in a session of its own (a session has one
+// AT_SIGNATURE key, which is what CryptSignHash uses).
+class SignaturePair final {
+ public:
+  explicit SignaturePair(uint32_t bits) : m_message(RandomBytes(kSignedMessage, bits)) {
+    m_handle = m_capi.GenerateSignatureKey(bits);
+    m_pkey = EvpBaseline::PrivateKeyFromBlob(m_capi.ExportPrivateKeyBlob(m_handle));
+    m_ctx.reset(EVP_MD_CTX_new());
+    m_ourSignature = OursSign();
+    m_evpSignature = EvpSign();
+    // CryptoAPI writes the signature little-endian; PKCS#1 v1.5 is deterministic.
+    std::vector<uint8_t> reversed(m_ourSignature.rbegin(), m_ourSignature.rend());
+    if (reversed != m_evpSignature) throw std::runtime_error("RSA signatures differ");
+    if (!OursVerify() || !EvpVerify()) throw std::runtime_error("RSA signature does not verify");
+  }
+
+  std::vector<uint8_t> OursSign() const {
+    const HCRYPTHASH hash = OurHash();
+    std::vector<uint8_t> signature(1024);
+    DWORD length = static_cast<DWORD>(signature.size());
+    const BOOL ok = CryptSignHashA(hash, AT_SIGNATURE, nullptr, 0, signature.data(), &length);
+    CryptDestroyHash(hash);
+    CapiSession::Check(ok, "CryptSignHashA");
+    signature.resize(length);
+    return signature;
+  }
+
+  bool OursVerify() const {
+    const HCRYPTHASH hash = OurHash();
+    const BOOL ok =
+        CryptVerifySignatureA(hash, m_ourSignature.data(),
+                              static_cast<DWORD>(m_ourSignature.size()), m_handle, nullptr, 0);
+    CryptDestroyHash(hash);
+    return ok != FALSE;
+  }
+
+  std::vector<uint8_t> EvpSign() const {
+    EVP_MD_CTX_reset(m_ctx.get());
+    EvpBaseline::Check(EVP_DigestSignInit_ex(m_ctx.get(), nullptr, "SHA1", nullptr, nullptr,
+                                             m_pkey.get(), nullptr),
+                       "EVP_DigestSignInit_ex");
+    std::vector<uint8_t> signature(1024);
+    size_t length = signature.size();
+    EvpBaseline::Check(
+        EVP_DigestSign(m_ctx.get(), signature.data(), &length, m_message.data(), m_message.size()),
+        "EVP_DigestSign");
+    signature.resize(length);
+    return signature;
+  }
+
+  bool EvpVerify() const {
+    EVP_MD_CTX_reset(m_ctx.get());
+    EvpBaseline::Check(EVP_DigestVerifyInit_ex(m_ctx.get(), nullptr, "SHA1", nullptr, nullptr,
+                                               m_pkey.get(), nullptr),
+                       "EVP_DigestVerifyInit_ex");
+    return EVP_DigestVerify(m_ctx.get(), m_evpSignature.data(), m_evpSignature.size(),
+                            m_message.data(), m_message.size()) == 1;
+  }
+
+ private:
+  HCRYPTHASH OurHash() const {
+    HCRYPTHASH hash = 0;
+    CapiSession::Check(CryptCreateHash(m_capi.Provider(), CALG_SHA, 0, 0, &hash),
+                       "CryptCreateHash");
+    if (!CryptHashData(hash, m_message.data(), static_cast<DWORD>(m_message.size()), 0)) {
+      CryptDestroyHash(hash);
+      CapiSession::Check(FALSE, "CryptHashData");
+    }
+    return hash;
+  }
+
+  CapiSession m_capi;
+  std::vector<uint8_t> m_message;
+  HCRYPTKEY m_handle = 0;
+  EvpKey m_pkey;
+  EvpMdCtx m_ctx;
+  std::vector<uint8_t> m_ourSignature;
+  std::vector<uint8_t> m_evpSignature;
+};
+
+// Everything the benchmarks share, made once before the first run.
+struct World {
+  CapiSession capi;
+  EvpBaseline evp;
+  std::vector<std::unique_ptr<CipherPair>> ciphers;
+  std::vector<std::unique_ptr<SignaturePair>> signatures;
+};
+
+// The digest of n plain bytes: create, hash, read the value, destroy, as a caller would.
+std::vector<uint8_t> OurDigest(HCRYPTPROV prov, ALG_ID algid, size_t n) {
+  HCRYPTHASH hash = 0;
+  CapiSession::Check(CryptCreateHash(prov, algid, 0, 0, &hash), "CryptCreateHash");
+  std::vector<uint8_t> value(EVP_MAX_MD_SIZE);
+  DWORD length = static_cast<DWORD>(value.size());
+  const BOOL ok = CryptHashData(hash, Plain().data(), static_cast<DWORD>(n), 0) &&
+                  CryptGetHashParam(hash, HP_HASHVAL, value.data(), &length, 0);
+  CryptDestroyHash(hash);
+  CapiSession::Check(ok, "CryptHashData/CryptGetHashParam");
+  value.resize(length);
+  return value;
+}
+
+std::vector<uint8_t> EvpDigest(EVP_MD_CTX* ctx, const EVP_MD* md, size_t n) {
+  std::vector<uint8_t> value(EVP_MAX_MD_SIZE);
+  unsigned int length = 0;
+  EvpBaseline::Check(EVP_DigestInit_ex2(ctx, md, nullptr), "EVP_DigestInit_ex2");
+  EvpBaseline::Check(EVP_DigestUpdate(ctx, Plain().data(), n), "EVP_DigestUpdate");
+  EvpBaseline::Check(EVP_DigestFinal_ex(ctx, value.data(), &length), "EVP_DigestFinal_ex");
+  value.resize(length);
+  return value;
+}
+
+std::string SizeLabel(size_t n) {
+  return n >= kKiB * kKiB ? std::to_string(n / (kKiB * kKiB)) + " MiB"
+                          : std::to_string(n / kKiB) + " KiB";
+}
+
+// Registers "<name>/ours" and "<name>/evp" with the same settings, and the case with the reporter.
+// `largeReps` 0: a short case timed for kMinTime per repetition; otherwise one iteration per
+// repetition, `largeReps` repetitions.
+void RegisterPair(RatioReporter& reporter, const RatioReporter::CaseInfo& info, int largeReps,
+                  std::function<void(benchmark::State&)> ours,
+                  std::function<void(benchmark::State&)> evp) {
+  reporter.AddCase(info);
+  for (const auto& [side, body] : {std::pair{"/ours", ours}, std::pair{"/evp", evp}}) {
+    benchmark::internal::Benchmark* b =
+        benchmark::RegisterBenchmark((info.name + side).c_str(), [body](benchmark::State& state) {
+          try {
+            body(state);
+          } catch (const std::exception& e) {
+            state.SkipWithError(e.what());
+          }
+        });
+    b->UseRealTime()->Unit(benchmark::kMillisecond);
+    if (largeReps > 0) {
+      b->Iterations(1)->Repetitions(largeReps);
+    } else {
+      b->MinTime(kMinTime)->Repetitions(kSmallReps);
+    }
+  }
+}
+
+void RegisterCipher(RatioReporter& reporter, CipherPair& pair, bool encrypt, size_t n) {
+  const bool large = n == kLarge;
+  const size_t section = large ? kSection : n;
+  const std::string name = std::string(pair.Spec().label) + (encrypt ? " encrypt " : " decrypt ") +
+                           SizeLabel(n) + (large ? " streamed" : "");
+  const int reps = !large ? 0 : pair.Spec().block ? kSlowLargeReps : kFastLargeReps;
+  // Decryption needs the ciphertext back in the buffer before each message: the copy is timed on
+  // both sides for 64 KiB, and left out of the timing for 64 MiB.
+  auto run = [&pair, encrypt, n, section, large](benchmark::State& state, bool ours) {
+    const std::vector<uint8_t>& cipher = pair.Ciphertext(n);
+    uint8_t* data = Work().data();
+    const size_t length = encrypt ? n : cipher.size();
+    for (auto _ : state) {
+      if (!encrypt) {
+        if (large) state.PauseTiming();
+        std::memcpy(data, cipher.data(), cipher.size());
+        if (large) state.ResumeTiming();
+      }
+      const size_t out = ours ? pair.Ours(encrypt, data, length, section, Work().size())
+                              : pair.Evp(encrypt, data, length, section);
+      benchmark::DoNotOptimize(out);
+      benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
+  };
+  RegisterPair(
+      reporter, {name, true, static_cast<double>(n), 0.95}, reps,
+      [run](benchmark::State& s) { run(s, true); }, [run](benchmark::State& s) { run(s, false); });
+}
+
+void RegisterHash(RatioReporter& reporter, World& world, const char* label, ALG_ID algid,
+                  const char* evpName, size_t n) {
+  const EVP_MD* md = world.evp.Digest(evpName);
+  const HCRYPTPROV prov = world.capi.Provider();
+  auto ctx = std::make_shared<EvpMdCtx>(EVP_MD_CTX_new());
+  if (OurDigest(prov, algid, n) != EvpDigest(ctx->get(), md, n)) {
+    throw std::runtime_error(std::string(label) + ": digests differ");
+  }
+  const std::string name = std::string(label) + " hash " + SizeLabel(n);
+  RegisterPair(
+      reporter, {name, true, static_cast<double>(n), 0.95}, n == kLarge ? kFastLargeReps : 0,
+      [prov, algid, n](benchmark::State& state) {
+        for (auto _ : state) benchmark::DoNotOptimize(OurDigest(prov, algid, n));
+        state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
+      },
+      [ctx, md, n](benchmark::State& state) {
+        for (auto _ : state) benchmark::DoNotOptimize(EvpDigest(ctx->get(), md, n));
+        state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
+      });
+}
+
+void RegisterSignature(RatioReporter& reporter, SignaturePair& pair, uint32_t bits) {
+  const std::string size = "RSA-" + std::to_string(bits);
+  RegisterPair(
+      reporter, {size + " sign", false, 1.0, 0.9}, 0,
+      [&pair](benchmark::State& state) {
+        for (auto _ : state) benchmark::DoNotOptimize(pair.OursSign());
+      },
+      [&pair](benchmark::State& state) {
+        for (auto _ : state) benchmark::DoNotOptimize(pair.EvpSign());
+      });
+  auto verify = [&pair](benchmark::State& state, bool ours) {
+    for (auto _ : state) {
+      if (!(ours ? pair.OursVerify() : pair.EvpVerify())) state.SkipWithError("not verified");
+    }
+  };
+  RegisterPair(
+      reporter, {size + " verify", false, 1.0, 0.9}, 0,
+      [verify](benchmark::State& s) { verify(s, true); },
+      [verify](benchmark::State& s) { verify(s, false); });
+}
+
+void RegisterAll(RatioReporter& reporter, World& world) {
+  for (const CipherSpec& spec : kCiphers) {
+    world.ciphers.push_back(std::make_unique<CipherPair>(spec, world.capi, world.evp));
+    CipherPair& pair = *world.ciphers.back();
+    pair.CheckAgreement(kSmall, kSmall);
+    pair.CheckAgreement(4 * kSection + 3 * kBlock, kSection);  // sections and a short last one
+    for (const size_t n : {kSmall, kLarge}) {
+      RegisterCipher(reporter, pair, true, n);
+      RegisterCipher(reporter, pair, false, n);
+    }
+  }
+  for (const size_t n : {kSmall, kLarge}) {
+    RegisterHash(reporter, world, "MD5", CALG_MD5, "MD5", n);
+    RegisterHash(reporter, world, "SHA-1", CALG_SHA, "SHA1", n);
+  }
+  for (const uint32_t bits : {1024u, 2048u}) {
+    world.signatures.push_back(std::make_unique<SignaturePair>(bits));
+    RegisterSignature(reporter, *world.signatures.back(), bits);
+  }
+}
+
+}  // namespace
+}  // namespace quiv::bench
+
+// Repetitions are interleaved at random unless the command line says otherwise, so that a burst
+// of load on a shared machine does not land on one side of a pair only.
+int main(int argc, char** argv) {
+  std::vector<char*> args(argv, argv + argc);
+  std::string interleave = "--benchmark_enable_random_interleaving=true";
+  const bool given = std::any_of(args.begin(), args.end(), [](const char* a) {
+    return std::strncmp(a, "--benchmark_enable_random_interleaving", 38) == 0;
+  });
+  if (!given) args.insert(args.begin() + 1, interleave.data());
+  int count = static_cast<int>(args.size());
+  benchmark::Initialize(&count, args.data());
+  if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
+
+  quiv::bench::RatioReporter reporter;
+  try {
+    quiv::bench::World world;
+    quiv::bench::RegisterAll(reporter, world);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    const int below = reporter.PrintTable(stdout);
+    std::printf("\nratio = our rate / EVP rate; %d case(s) below the aim\n", below);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "quiv_bench_platform: %s\n", e.what());
+    return 1;
+  }
+  benchmark::Shutdown();
+  return 0;
+}
