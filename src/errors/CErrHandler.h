@@ -123,7 +123,7 @@ class QUIV_API CErrHandler final : public Object {
   String m_sMessage;
   Ref<Dictionary> m_dParams;
   Ref<IPageContext> m_oScript;
-  const CConstQUIV m_oConst{};  // kept for the record's lifetime; nothing reads it
+  [[maybe_unused]] const CConstQUIV m_oConst{};  // kept for the record's lifetime; nothing reads it
   Ref<IWinVerQuery> m_oProvider;
 };
 
