@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <memory>
 #include <set>
 #include <string>
 
@@ -17,6 +18,18 @@
 
 namespace quiv {
 namespace {
+
+// Every test of this file runs without writing the application log.
+class QuietEnvironment final : public ::testing::Environment {
+ public:
+  void SetUp() override { m_use = std::make_unique<platform::ScopedPlatformOverride>(m_quiet); }
+  void TearDown() override { m_use.reset(); }
+
+ private:
+  test::QuietLog m_quiet;
+  std::unique_ptr<platform::ScopedPlatformOverride> m_use;
+};
+const auto* const kQuiet = ::testing::AddGlobalTestEnvironment(new QuietEnvironment);
 
 const CConstQUIV k;
 

@@ -1,11 +1,13 @@
 // Forwarding fakes of the platform seam for the provider tests: each passes every call to the
-// real provider except the one it is named after.
+// platform installed when it is made (the real provider, or QuietLog) except the one it is named
+// after.
 #ifndef QUIV_TESTS_PROVIDER_PROVIDERFAKES_H
 #define QUIV_TESTS_PROVIDER_PROVIDERFAKES_H
 
 #include <cstring>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/ForwardingPlatform.h"
@@ -13,12 +15,21 @@
 
 namespace quiv::test {
 
+// The real provider without the error records' application log, so failing tests leave no log
+// file behind in the working folder.
+class QuietLog final : public platform::ForwardingPlatform {
+ public:
+  QuietLog() : ForwardingPlatform(platform::DefaultPlatform()) {}
+  bool StartLogging(std::string_view, platform::LogMode) override { return true; }
+  bool LogEvent(std::string_view, platform::LogEventType) override { return true; }
+};
+
 // Answers the version query with a chosen platform id and version, and counts which acquisition
 // entry point is called.
 class FakeVersion final : public platform::ForwardingPlatform {
  public:
   FakeVersion(DWORD platformId, DWORD major, DWORD minor, bool fail = false)
-      : ForwardingPlatform(platform::DefaultPlatform()),
+      : ForwardingPlatform(platform::Platform()),
         m_id(platformId),
         m_major(major),
         m_minor(minor),
@@ -53,7 +64,7 @@ class FakeProvParam final : public platform::ForwardingPlatform {
  public:
   using Answer = std::function<BOOL(BYTE*, DWORD*, DWORD)>;
   FakeProvParam(DWORD id, Answer answer)
-      : ForwardingPlatform(platform::DefaultPlatform()), m_id(id), m_answer(std::move(answer)) {}
+      : ForwardingPlatform(platform::Platform()), m_id(id), m_answer(std::move(answer)) {}
   BOOL CryptGetProvParam(HCRYPTPROV h, DWORD id, BYTE* data, DWORD* len, DWORD flags) override {
     if (id == m_id) return m_answer(data, len, flags);
     return ForwardingPlatform::CryptGetProvParam(h, id, data, len, flags);
@@ -81,7 +92,7 @@ inline FakeProvParam::Answer FixedBytes(std::vector<BYTE> bytes) {
 // Release that fails (and still releases the real context, so nothing leaks).
 class FailingRelease final : public platform::ForwardingPlatform {
  public:
-  FailingRelease() : ForwardingPlatform(platform::DefaultPlatform()) {}
+  FailingRelease() : ForwardingPlatform(platform::Platform()) {}
   BOOL CryptReleaseContext(HCRYPTPROV h, DWORD f) override {
     ForwardingPlatform::CryptReleaseContext(h, f);
     SetLastError(static_cast<DWORD>(NTE_BAD_UID));
