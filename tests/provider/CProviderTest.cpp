@@ -363,6 +363,31 @@ TEST_F(CProviderTest, ReleaseThatFailsStillDropsTheContext) {
   EXPECT_FALSE(provider->HasContext());
 }
 
+TEST_F(CProviderTest, UnknownProviderTypeHasNoName) {
+  ASSERT_TRUE(provider->LoadProvider());
+  FakeProvParam fake(static_cast<DWORD>(k.PP_PROVTYPE()), FixedBytes({99, 0, 0, 0}));
+  platform::ScopedPlatformOverride use(fake);
+  String name = u"before";
+  EXPECT_FALSE(provider->GetProviderTypeCode(name));
+  EXPECT_EQ(name, String());
+  EXPECT_EQ(Number(provider->m_oLastError), PROVIDER_ERROR_UNKNOWN_PROVIDER_TYPE);
+  int32_t type = 0;
+  EXPECT_TRUE(provider->GetProviderTypeID(type));
+  EXPECT_EQ(type, 99);
+}
+
+TEST_F(CProviderTest, TerminationWhoseReleaseFailsIsReported) {
+  ASSERT_TRUE(provider->LoadProvider());
+  test::FailingRelease fake;
+  platform::ScopedPlatformOverride use(fake);
+  EXPECT_FALSE(provider->TerminateAll());
+  EXPECT_EQ(Number(provider->m_oLastError), PROVIDER_ERROR_CLASS_TERMINATE_FAILED);
+  EXPECT_EQ(Source(provider->m_oLastError), "QUIV.CProvider.TerminateAll");
+  // The fake did release the real context: nothing is left for the destructor to release.
+  provider->SetHasContext(false);
+  provider.SetNothing();  // the destructor's second termination has nothing left to release
+}
+
 TEST(CProviderVersionTest, VersionCodeRules) {
   struct Case {
     DWORD id, major, minor;
