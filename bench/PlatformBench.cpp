@@ -10,6 +10,7 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -34,12 +35,12 @@ constexpr size_t kLarge = 64 * kKiB * kKiB;
 constexpr size_t kSection = 64 * kKiB;
 constexpr size_t kBlock = 8;
 constexpr size_t kSignedMessage = 64;
-// Repetitions: 64 KiB and signature cases run for at least kMinTime each; a 64 MiB case is one
-// message per repetition, with more repetitions for the fast ones (RC4, hashes).
-constexpr int kSmallReps = 5;
-constexpr int kSlowLargeReps = 3;
-constexpr int kFastLargeReps = 9;
-constexpr double kMinTime = 0.2;
+// Samples (batch pairs) per case: 64 KiB and signature cases time batches of about kBatchTime;
+// a 64 MiB case times one message per batch, with more samples for the fast ones (RC4, hashes).
+constexpr int kSmallSamples = 60;
+constexpr int kSlowLargeSamples = 3;
+constexpr int kFastLargeSamples = 10;
+constexpr double kBatchTime = 0.004;
 
 std::vector<uint8_t> RandomBytes(size_t n, uint64_t seed) {
   std::vector<uint8_t> bytes(n);
@@ -311,29 +312,62 @@ std::string SizeLabel(size_t n) {
                           : std::to_string(n / kKiB) + " KiB";
 }
 
-// Registers "<name>/ours" and "<name>/evp" with the same settings, and the case with the reporter.
-// `largeReps` 0: a short case timed for kMinTime per repetition; otherwise one iteration per
-// repetition, `largeReps` repetitions.
-void RegisterPair(RatioReporter& reporter, const RatioReporter::CaseInfo& info, int largeReps,
-                  std::function<void(benchmark::State&)> ours,
-                  std::function<void(benchmark::State&)> evp) {
-  reporter.AddCase(info);
-  for (const auto& [side, body] : {std::pair{"/ours", ours}, std::pair{"/evp", evp}}) {
-    benchmark::internal::Benchmark* b =
-        benchmark::RegisterBenchmark((info.name + side).c_str(), [body](benchmark::State& state) {
-          try {
-            body(state);
-          } catch (const std::exception& e) {
-            state.SkipWithError(e.what());
-          }
-        });
-    b->UseRealTime()->Unit(benchmark::kMillisecond);
-    if (largeReps > 0) {
-      b->Iterations(1)->Repetitions(largeReps);
-    } else {
-      b->MinTime(kMinTime)->Repetitions(kSmallReps);
-    }
+// One side of a pair: `run` is the timed work (one message or operation), `prepare` the untimed
+// set-up it needs before each run (the ciphertext copied back for a decryption), if any.
+struct Side {
+  std::function<void()> run;
+  std::function<void()> prepare;
+};
+
+using Clock = std::chrono::steady_clock;
+
+// Mean seconds per run over `batch` runs, each timed on its own so that `prepare` stays out.
+double TimeBatch(const Side& side, int batch) {
+  Clock::duration total{};
+  for (int i = 0; i < batch; ++i) {
+    if (side.prepare) side.prepare();
+    const Clock::time_point start = Clock::now();
+    side.run();
+    total += Clock::now() - start;
   }
+  return std::chrono::duration<double>(total).count() / batch;
+}
+
+// Each benchmark iteration times one batch of our side and one of the baseline, alternating
+// which goes first, and keeps the best batch of each: both sides see the same machine within
+// milliseconds of each other, which matters on a shared, loaded machine. A batch lasts about
+// kBatchTime (one run for the 64 MiB cases).
+void RunPair(benchmark::State& state, const Side& ours, const Side& evp) {
+  // A first run of each warms both up and sizes the batches; it counts as a sample too.
+  double bestOurs = TimeBatch(ours, 1);
+  double bestEvp = TimeBatch(evp, 1);
+  const double once = std::max(bestOurs, bestEvp);
+  const int batch = static_cast<int>(std::clamp(kBatchTime / once, 1.0, 100000.0));
+  bool oursFirst = true;
+  for (auto _ : state) {
+    if (oursFirst) bestOurs = std::min(bestOurs, TimeBatch(ours, batch));
+    bestEvp = std::min(bestEvp, TimeBatch(evp, batch));
+    if (!oursFirst) bestOurs = std::min(bestOurs, TimeBatch(ours, batch));
+    oursFirst = !oursFirst;
+  }
+  state.counters[RatioReporter::kOurs] = bestOurs;
+  state.counters[RatioReporter::kBaseline] = bestEvp;
+}
+
+// Registers one benchmark per case, run for `samples` iterations (batch pairs).
+void RegisterPair(RatioReporter& reporter, const RatioReporter::CaseInfo& info, int samples,
+                  Side ours, Side evp) {
+  reporter.AddCase(info);
+  benchmark::RegisterBenchmark(info.name.c_str(),
+                               [ours, evp](benchmark::State& state) {
+                                 try {
+                                   RunPair(state, ours, evp);
+                                 } catch (const std::exception& e) {
+                                   state.SkipWithError(e.what());
+                                 }
+                               })
+      ->Iterations(samples)
+      ->Unit(benchmark::kMillisecond);
 }
 
 void RegisterCipher(RatioReporter& reporter, CipherPair& pair, bool encrypt, size_t n) {
@@ -341,29 +375,29 @@ void RegisterCipher(RatioReporter& reporter, CipherPair& pair, bool encrypt, siz
   const size_t section = large ? kSection : n;
   const std::string name = std::string(pair.Spec().label) + (encrypt ? " encrypt " : " decrypt ") +
                            SizeLabel(n) + (large ? " streamed" : "");
-  const int reps = !large ? 0 : pair.Spec().block ? kSlowLargeReps : kFastLargeReps;
-  // Decryption needs the ciphertext back in the buffer before each message: the copy is timed on
-  // both sides for 64 KiB, and left out of the timing for 64 MiB.
-  auto run = [&pair, encrypt, n, section, large](benchmark::State& state, bool ours) {
-    const std::vector<uint8_t>& cipher = pair.Ciphertext(n);
-    uint8_t* data = Work().data();
-    const size_t length = encrypt ? n : cipher.size();
-    for (auto _ : state) {
-      if (!encrypt) {
-        if (large) state.PauseTiming();
-        std::memcpy(data, cipher.data(), cipher.size());
-        if (large) state.ResumeTiming();
-      }
-      const size_t out = ours ? pair.Ours(encrypt, data, length, section, Work().size())
-                              : pair.Evp(encrypt, data, length, section);
-      benchmark::DoNotOptimize(out);
-      benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
-  };
-  RegisterPair(
-      reporter, {name, true, static_cast<double>(n), 0.95}, reps,
-      [run](benchmark::State& s) { run(s, true); }, [run](benchmark::State& s) { run(s, false); });
+  const int samples = !large              ? kSmallSamples
+                      : pair.Spec().block ? kSlowLargeSamples
+                                          : kFastLargeSamples;
+  // A decryption needs the ciphertext back in the buffer first; encryption works over whatever
+  // the buffer holds.
+  std::function<void()> prepare;
+  if (!encrypt) {
+    prepare = [&pair, n] {
+      const std::vector<uint8_t>& cipher = pair.Ciphertext(n);
+      std::memcpy(Work().data(), cipher.data(), cipher.size());
+    };
+  }
+  const size_t length = encrypt ? n : n / kBlock * kBlock + (pair.Spec().block ? kBlock : 0);
+  RegisterPair(reporter, {name, true, static_cast<double>(n), 0.95}, samples,
+               {[&pair, encrypt, length, section] {
+                  benchmark::DoNotOptimize(
+                      pair.Ours(encrypt, Work().data(), length, section, Work().size()));
+                },
+                prepare},
+               {[&pair, encrypt, length, section] {
+                  benchmark::DoNotOptimize(pair.Evp(encrypt, Work().data(), length, section));
+                },
+                prepare});
 }
 
 void RegisterHash(RatioReporter& reporter, World& world, const char* label, ALG_ID algid,
@@ -375,37 +409,26 @@ void RegisterHash(RatioReporter& reporter, World& world, const char* label, ALG_
     throw std::runtime_error(std::string(label) + ": digests differ");
   }
   const std::string name = std::string(label) + " hash " + SizeLabel(n);
-  RegisterPair(
-      reporter, {name, true, static_cast<double>(n), 0.95}, n == kLarge ? kFastLargeReps : 0,
-      [prov, algid, n](benchmark::State& state) {
-        for (auto _ : state) benchmark::DoNotOptimize(OurDigest(prov, algid, n));
-        state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
-      },
-      [ctx, md, n](benchmark::State& state) {
-        for (auto _ : state) benchmark::DoNotOptimize(EvpDigest(ctx->get(), md, n));
-        state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
-      });
+  RegisterPair(reporter, {name, true, static_cast<double>(n), 0.95},
+               n == kLarge ? kFastLargeSamples : kSmallSamples,
+               {[prov, algid, n] { benchmark::DoNotOptimize(OurDigest(prov, algid, n)); }, {}},
+               {[ctx, md, n] { benchmark::DoNotOptimize(EvpDigest(ctx->get(), md, n)); }, {}});
 }
 
 void RegisterSignature(RatioReporter& reporter, SignaturePair& pair, uint32_t bits) {
   const std::string size = "RSA-" + std::to_string(bits);
-  RegisterPair(
-      reporter, {size + " sign", false, 1.0, 0.9}, 0,
-      [&pair](benchmark::State& state) {
-        for (auto _ : state) benchmark::DoNotOptimize(pair.OursSign());
-      },
-      [&pair](benchmark::State& state) {
-        for (auto _ : state) benchmark::DoNotOptimize(pair.EvpSign());
-      });
-  auto verify = [&pair](benchmark::State& state, bool ours) {
-    for (auto _ : state) {
-      if (!(ours ? pair.OursVerify() : pair.EvpVerify())) state.SkipWithError("not verified");
-    }
-  };
-  RegisterPair(
-      reporter, {size + " verify", false, 1.0, 0.9}, 0,
-      [verify](benchmark::State& s) { verify(s, true); },
-      [verify](benchmark::State& s) { verify(s, false); });
+  RegisterPair(reporter, {size + " sign", false, 1.0, 0.9}, kSmallSamples,
+               {[&pair] { benchmark::DoNotOptimize(pair.OursSign()); }, {}},
+               {[&pair] { benchmark::DoNotOptimize(pair.EvpSign()); }, {}});
+  RegisterPair(reporter, {size + " verify", false, 1.0, 0.9}, kSmallSamples,
+               {[&pair] {
+                  if (!pair.OursVerify()) throw std::runtime_error("not verified");
+                },
+                {}},
+               {[&pair] {
+                  if (!pair.EvpVerify()) throw std::runtime_error("not verified");
+                },
+                {}});
 }
 
 void RegisterAll(RatioReporter& reporter, World& world) {
@@ -432,18 +455,9 @@ void RegisterAll(RatioReporter& reporter, World& world) {
 }  // namespace
 }  // namespace quiv::bench
 
-// Repetitions are interleaved at random unless the command line says otherwise, so that a burst
-// of load on a shared machine does not land on one side of a pair only.
 int main(int argc, char** argv) {
-  std::vector<char*> args(argv, argv + argc);
-  std::string interleave = "--benchmark_enable_random_interleaving=true";
-  const bool given = std::any_of(args.begin(), args.end(), [](const char* a) {
-    return std::strncmp(a, "--benchmark_enable_random_interleaving", 38) == 0;
-  });
-  if (!given) args.insert(args.begin() + 1, interleave.data());
-  int count = static_cast<int>(args.size());
-  benchmark::Initialize(&count, args.data());
-  if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
 
   quiv::bench::RatioReporter reporter;
   try {

@@ -1,8 +1,5 @@
 #include "RatioReporter.h"
 
-#include <algorithm>
-#include <utility>
-
 namespace quiv::bench {
 
 void RatioReporter::AddCase(CaseInfo info) {
@@ -10,30 +7,26 @@ void RatioReporter::AddCase(CaseInfo info) {
 }
 
 bool RatioReporter::ReportContext(const Context& context) {
-  std::printf("%d CPUs at %.0f MHz; best of the repetitions, interleaved\n",
-              context.cpu_info.num_cpus, context.cpu_info.cycles_per_second / 1e6);
+  std::printf("%d CPUs at %.0f MHz, load average %.2f; best sample of each side\n",
+              context.cpu_info.num_cpus, context.cpu_info.cycles_per_second / 1e6,
+              context.cpu_info.load_avg.empty() ? 0.0 : context.cpu_info.load_avg.front());
   return true;
 }
 
 void RatioReporter::ReportRuns(const std::vector<Run>& runs) {
-  bool measured = false;
   for (const Run& run : runs) {
-    if (run.run_type != Run::RT_Iteration) continue;
     const std::string& name = run.run_name.function_name;
     if (run.error_occurred) {
       m_errors[name] = run.error_message;
-      std::printf("%-28s error: %s\n", name.c_str(), run.error_message.c_str());
+      std::printf("%-30s error: %s\n", name.c_str(), run.error_message.c_str());
       continue;
     }
-    if (run.iterations <= 0) continue;
-    const double seconds = run.real_accumulated_time / static_cast<double>(run.iterations);
-    const auto found = m_best.find(name);
-    m_best[name] = found == m_best.end() ? seconds : std::min(found->second, seconds);
-    measured = true;
-  }
-  if (measured) {
-    const std::string& name = runs.front().run_name.function_name;
-    std::printf("%-28s best %10.3f ms per iteration\n", name.c_str(), m_best[name] * 1e3);
+    const auto ours = run.counters.find(kOurs);
+    const auto evp = run.counters.find(kBaseline);
+    if (ours == run.counters.end() || evp == run.counters.end()) continue;
+    m_best[name] = {ours->second.value, evp->second.value};
+    std::printf("%-30s ours %10.4f ms, EVP %10.4f ms\n", name.c_str(), ours->second.value * 1e3,
+                evp->second.value * 1e3);
     std::fflush(stdout);
   }
 }
@@ -46,18 +39,18 @@ int RatioReporter::PrintTable(std::FILE* out) const {
   int below = 0;
   std::fprintf(out, "\n| case | ours | EVP | ratio | aim |\n|---|---:|---:|---:|---:|\n");
   for (const CaseInfo& info : m_cases) {
-    const auto ours = m_best.find(info.name + "/ours");
-    const auto evp = m_best.find(info.name + "/evp");
-    if (ours == m_best.end() || evp == m_best.end()) {
-      const bool failed = m_errors.count(info.name + "/ours") || m_errors.count(info.name + "/evp");
-      if (failed) std::fprintf(out, "| %s | error | | | |\n", info.name.c_str());
+    const auto found = m_best.find(info.name);
+    if (found == m_best.end()) {
+      if (m_errors.count(info.name) != 0)
+        std::fprintf(out, "| %s | error | | | |\n", info.name.c_str());
       continue;  // filtered out
     }
+    const auto [ours, evp] = found->second;
     const char* unit = info.bytes ? "MB/s" : "ops/s";
-    const double ratio = evp->second / ours->second;
+    const double ratio = evp / ours;
     if (ratio < info.aim) ++below;
     std::fprintf(out, "| %s | %.1f %s | %.1f %s | %.3f%s | %.2f |\n", info.name.c_str(),
-                 Rate(info, ours->second), unit, Rate(info, evp->second), unit, ratio,
+                 Rate(info, ours), unit, Rate(info, evp), unit, ratio,
                  ratio < info.aim ? " (below)" : "", info.aim);
   }
   return below;

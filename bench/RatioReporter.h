@@ -1,9 +1,8 @@
-// RatioReporter: a Google Benchmark reporter for paired benchmarks. Each case is registered
-// twice, as "<case>/ours" and "<case>/evp"; the reporter keeps the best (smallest) wall-clock
-// time per iteration over the repetitions of each, prints one line per finished benchmark, and
-// at the end a table: case, our rate, the baseline's rate, and their ratio (our rate divided by
-// the baseline's, so 1.0 means as fast and below 1.0 means slower). The best of several
-// interleaved repetitions is the figure least disturbed by other work on a shared machine.
+// RatioReporter: a Google Benchmark reporter for paired benchmarks. Each case is one benchmark
+// that times our side and the baseline alternately and leaves the best time per message (or
+// operation) of each in the counters kOurs and kBaseline, in seconds. The reporter prints a line
+// per finished case and, at the end, a table: case, our rate, the baseline's rate, and their
+// ratio (our rate divided by the baseline's: 1.0 means as fast, below 1.0 slower).
 #ifndef QUIV_BENCH_RATIOREPORTER_H
 #define QUIV_BENCH_RATIOREPORTER_H
 
@@ -12,14 +11,18 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace quiv::bench {
 
 class RatioReporter final : public benchmark::BenchmarkReporter {
  public:
-  // What one iteration of a case does: `work` bytes (shown in MB/s, 10^6 bytes) or `work`
-  // operations (ops/s), with the ratio the case aims at.
+  static constexpr const char* kOurs = "ours_s";
+  static constexpr const char* kBaseline = "evp_s";
+
+  // What one message of a case is: `work` bytes (shown in MB/s, 10^6 bytes per second) or
+  // `work` operations (ops/s), with the ratio the case aims at.
   struct CaseInfo {
     std::string name;
     bool bytes = true;
@@ -32,15 +35,14 @@ class RatioReporter final : public benchmark::BenchmarkReporter {
   bool ReportContext(const Context& context) override;
   void ReportRuns(const std::vector<Run>& runs) override;
 
-  // Prints the table to `out` (as Markdown, ready to paste into the performance notes).
-  // Returns how many measured cases fall below their aim.
+  // Prints the table to `out` as Markdown. Returns how many measured cases fall below their aim.
   int PrintTable(std::FILE* out) const;
 
  private:
   double Rate(const CaseInfo& info, double seconds) const;
 
   std::vector<CaseInfo> m_cases;
-  std::map<std::string, double> m_best;  // benchmark name -> best seconds per iteration
+  std::map<std::string, std::pair<double, double>> m_best;  // case -> (ours, baseline) seconds
   std::map<std::string, std::string> m_errors;
 };
 
