@@ -431,7 +431,27 @@ std::unique_ptr<RsaKey> RsaKey::FromStoredForm(const ProviderInfo& /*provider*/,
 }
 
 std::unique_ptr<RsaKey> RsaKey::Clone() const {
-  return std::unique_ptr<RsaKey>(new RsaKey(*this));
+  std::unique_ptr<RsaKey> copy(new RsaKey(*this));
+  copy->m_publicPkey.reset();
+  copy->m_privatePkey.reset();
+  return copy;
+}
+
+const EVP_PKEY& RsaKey::PublicForm() const {
+  if (!m_publicPkey) {
+    m_publicPkey.reset(PublicPkey(m_modulus, m_publicExponent).release(), EVP_PKEY_free);
+  }
+  return *m_publicPkey;
+}
+
+const EVP_PKEY& RsaKey::PrivateForm() const {
+  if (!m_private) Fail(NTE_BAD_KEY);
+  if (!m_privatePkey) {
+    m_privatePkey.reset(
+        PrivatePkey(m_modulus, m_publicExponent, *m_private, HalfWidth(m_bitLength)).release(),
+        EVP_PKEY_free);
+  }
+  return *m_privatePkey;
 }
 
 std::vector<uint8_t> RsaKey::ExportPublicBlob() const {
@@ -540,7 +560,7 @@ std::vector<uint8_t> RsaKey::EncryptBlock(std::span<const uint8_t> message, bool
   const size_t k = m_modulus.size();
   const size_t overhead = oaep ? 42 : 11;  // RFC 8017 sections 7.1.1 and 7.2.1
   if (k < overhead || message.size() > k - overhead) Fail(NTE_BAD_LEN);
-  const OsslPtr<EVP_PKEY> pkey = PublicPkey(m_modulus, m_publicExponent);
+  const EVP_PKEY* pkey = &PublicForm();
   OsslPtr<EVP_PKEY_CTX> ctx = OperationContext(*pkey);
   const uint32_t fail = static_cast<uint32_t>(NTE_BAD_KEY);
   Ossl::Check(EVP_PKEY_encrypt_init(ctx.get()), fail);
@@ -558,10 +578,9 @@ std::vector<uint8_t> RsaKey::EncryptBlock(std::span<const uint8_t> message, bool
 SecureBytes RsaKey::DecryptBlock(std::span<const uint8_t> littleEndian, bool oaep) const {
   if (!m_private) Fail(NTE_BAD_KEY);
   if (littleEndian.size() != m_modulus.size()) Fail(NTE_BAD_DATA);
-  const OsslPtr<EVP_PKEY> pkey =
-      PrivatePkey(m_modulus, m_publicExponent, *m_private, HalfWidth(m_bitLength));
+  const EVP_PKEY* pkey = &PrivateForm();
   SecureBytes input;
-  if (!ToOsslInput(littleEndian, static_cast<size_t>(EVP_PKEY_get_size(pkey.get())), input)) {
+  if (!ToOsslInput(littleEndian, static_cast<size_t>(EVP_PKEY_get_size(pkey)), input)) {
     Fail(NTE_BAD_DATA);
   }
   OsslPtr<EVP_PKEY_CTX> ctx = OperationContext(*pkey);
@@ -635,8 +654,7 @@ void RsaKey::Sign(HashObject& hash, const char16_t* description, DWORD flags, BY
   const SecureBytes block = (flags & CRYPT_NOHASHOID) ? Concat({}, value) : Concat(prefix, value);
   if (block.size() + 11 > k) Fail(NTE_BAD_LEN);
 
-  const OsslPtr<EVP_PKEY> pkey =
-      PrivatePkey(m_modulus, m_publicExponent, *m_private, HalfWidth(m_bitLength));
+  const EVP_PKEY* pkey = &PrivateForm();
   OsslPtr<EVP_PKEY_CTX> ctx = OperationContext(*pkey);
   const uint32_t fail = static_cast<uint32_t>(NTE_BAD_KEY);
   Ossl::Check(EVP_PKEY_sign_init(ctx.get()), fail);
@@ -665,9 +683,9 @@ void RsaKey::Verify(HashObject& hash, const BYTE* pbSignature, DWORD dwSigLen,
   if (description != nullptr) hash.HashDescription(std::u16string_view(description));
   const SecureBytes& value = hash.Finish();
 
-  const OsslPtr<EVP_PKEY> pkey = PublicPkey(m_modulus, m_publicExponent);
+  const EVP_PKEY* pkey = &PublicForm();
   SecureBytes input;
-  if (!ToOsslInput({pbSignature, k}, static_cast<size_t>(EVP_PKEY_get_size(pkey.get())), input)) {
+  if (!ToOsslInput({pbSignature, k}, static_cast<size_t>(EVP_PKEY_get_size(pkey)), input)) {
     Fail(NTE_BAD_SIGNATURE);
   }
   OsslPtr<EVP_PKEY_CTX> ctx = OperationContext(*pkey);

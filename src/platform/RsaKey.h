@@ -28,6 +28,9 @@
 #include "platform/SecureBytes.h"
 #include "platform/wincrypt.h"
 
+// OpenSSL's key type, named without including OpenSSL in this header.
+struct evp_pkey_st;
+
 namespace quiv::platform {
 
 class HashObject;
@@ -171,6 +174,13 @@ class QUIV_API RsaKey final {
   // p, q, dP, dQ, qInv (each (bitlen + 15) / 16 bytes) then d (modulus size), little-endian,
   // exactly as the private blob carries them after the modulus.
   std::optional<SecureBytes> m_private;
+  // OpenSSL's form of the key, built on first use and kept with the key: a key rebuilt for every
+  // operation loses OpenSSL's per-key Montgomery and blinding set-up, which halves the signing
+  // rate. Calls on one key are serialised by its handle; a clone starts without them.
+  mutable std::shared_ptr<evp_pkey_st> m_publicPkey;
+  mutable std::shared_ptr<evp_pkey_st> m_privatePkey;
+  const evp_pkey_st& PublicForm() const;
+  const evp_pkey_st& PrivateForm() const;
 };
 
 }  // namespace quiv::platform
