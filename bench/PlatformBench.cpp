@@ -62,7 +62,7 @@ std::vector<uint8_t>& Work() {
   return work;
 }
 
-struct CipherSpec {
+struct CipherCase {
   const char* label;
   ALG_ID algid;
   const char* evpName;
@@ -71,7 +71,7 @@ struct CipherSpec {
 };
 
 // Enhanced-provider key sizes: RC4 and RC2 128 bits (RC2 effective length 128), DES, 3DES.
-constexpr CipherSpec kCiphers[] = {
+constexpr CipherCase kCiphers[] = {
     {"RC4", CALG_RC4, "RC4", 16, false},
     {"RC2", CALG_RC2, "RC2-CBC", 16, true},
     {"DES", CALG_DES, "DES-CBC", 8, true},
@@ -82,16 +82,16 @@ constexpr CipherSpec kCiphers[] = {
 // direction) keyed with the same bytes and a zero IV, as our CBC default.
 class CipherPair final {
  public:
-  CipherPair(const CipherSpec& spec, CapiSession& capi, EvpBaseline& evp)
-      : m_spec(spec), m_key(RandomBytes(spec.keyBytes, spec.algid)) {
-    m_handle = capi.ImportPlaintextKey(spec.algid, m_key);
+  CipherPair(const CipherCase& cipher, CapiSession& capi, EvpBaseline& evp)
+      : m_case(cipher), m_key(RandomBytes(cipher.keyBytes, cipher.algid)) {
+    m_handle = capi.ImportPlaintextKey(cipher.algid, m_key);
     m_encrypt.reset(EVP_CIPHER_CTX_new());
     m_decrypt.reset(EVP_CIPHER_CTX_new());
     Prepare(evp, m_encrypt.get(), 1);
     Prepare(evp, m_decrypt.get(), 0);
   }
 
-  const CipherSpec& Spec() const { return m_spec; }
+  const CipherCase& Case() const { return m_case; }
 
   // Encrypts or decrypts n bytes at `data` in place, as one final call or in non-final
   // sections of `section` bytes with the remainder final. Returns the output length.
@@ -118,9 +118,9 @@ class CipherPair final {
     EVP_CIPHER_CTX* ctx = encrypt ? m_encrypt.get() : m_decrypt.get();
     const uint8_t iv[kBlock] = {};
     EvpBaseline::Check(
-        EVP_CipherInit_ex2(ctx, nullptr, m_key.data(), m_spec.block ? iv : nullptr, -1, nullptr),
+        EVP_CipherInit_ex2(ctx, nullptr, m_key.data(), m_case.block ? iv : nullptr, -1, nullptr),
         "EVP_CipherInit_ex2");
-    const bool holdPadding = m_spec.block && !encrypt;
+    const bool holdPadding = m_case.block && !encrypt;
     if (holdPadding) EVP_CIPHER_CTX_set_padding(ctx, 0);
     size_t at = 0;
     int out = 0;
@@ -158,17 +158,17 @@ class CipherPair final {
     const size_t length = Ours(true, buffer.data(), n, section, buffer.size());
     if (length != expected.size() ||
         !std::equal(expected.begin(), expected.end(), buffer.begin())) {
-      throw std::runtime_error(std::string(m_spec.label) + ": ciphertexts differ");
+      throw std::runtime_error(std::string(m_case.label) + ": ciphertexts differ");
     }
     const size_t plainLength = Ours(false, buffer.data(), length, section, buffer.size());
     if (plainLength != n ||
         !std::equal(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(n),
                     Plain().begin())) {
-      throw std::runtime_error(std::string(m_spec.label) + ": decryption differs");
+      throw std::runtime_error(std::string(m_case.label) + ": decryption differs");
     }
     std::vector<uint8_t> evpPlain = expected;
     if (Evp(false, evpPlain.data(), evpPlain.size(), section) != n) {
-      throw std::runtime_error(std::string(m_spec.label) + ": EVP decryption length differs");
+      throw std::runtime_error(std::string(m_case.label) + ": EVP decryption length differs");
     }
   }
 
@@ -176,18 +176,18 @@ class CipherPair final {
   void Prepare(EvpBaseline& evp, EVP_CIPHER_CTX* ctx, int enc) const {
     if (ctx == nullptr) throw std::runtime_error("EVP_CIPHER_CTX_new failed");
     EvpBaseline::Check(
-        EVP_CipherInit_ex2(ctx, evp.Cipher(m_spec.evpName), nullptr, nullptr, enc, nullptr),
+        EVP_CipherInit_ex2(ctx, evp.Cipher(m_case.evpName), nullptr, nullptr, enc, nullptr),
         "EVP_CipherInit_ex2");
     EvpBaseline::Check(EVP_CIPHER_CTX_set_key_length(ctx, static_cast<int>(m_key.size())),
                        "EVP_CIPHER_CTX_set_key_length");
-    if (m_spec.algid == CALG_RC2) {
+    if (m_case.algid == CALG_RC2) {
       EvpBaseline::Check(EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_SET_RC2_KEY_BITS,
                                              static_cast<int>(m_key.size() * 8), nullptr),
                          "EVP_CTRL_SET_RC2_KEY_BITS");
     }
   }
 
-  CipherSpec m_spec;
+  CipherCase m_case;
   std::vector<uint8_t> m_key;
   HCRYPTKEY m_handle = 0;
   EvpCipherCtx m_encrypt;
@@ -373,10 +373,10 @@ void RegisterPair(RatioReporter& reporter, const RatioReporter::CaseInfo& info, 
 void RegisterCipher(RatioReporter& reporter, CipherPair& pair, bool encrypt, size_t n) {
   const bool large = n == kLarge;
   const size_t section = large ? kSection : n;
-  const std::string name = std::string(pair.Spec().label) + (encrypt ? " encrypt " : " decrypt ") +
+  const std::string name = std::string(pair.Case().label) + (encrypt ? " encrypt " : " decrypt ") +
                            SizeLabel(n) + (large ? " streamed" : "");
   const int samples = !large              ? kSmallSamples
-                      : pair.Spec().block ? kSlowLargeSamples
+                      : pair.Case().block ? kSlowLargeSamples
                                           : kFastLargeSamples;
   // A decryption needs the ciphertext back in the buffer first; encryption works over whatever
   // the buffer holds.
@@ -387,7 +387,7 @@ void RegisterCipher(RatioReporter& reporter, CipherPair& pair, bool encrypt, siz
       std::memcpy(Work().data(), cipher.data(), cipher.size());
     };
   }
-  const size_t length = encrypt ? n : n / kBlock * kBlock + (pair.Spec().block ? kBlock : 0);
+  const size_t length = encrypt ? n : n / kBlock * kBlock + (pair.Case().block ? kBlock : 0);
   RegisterPair(reporter, {name, true, static_cast<double>(n), 0.95}, samples,
                {[&pair, encrypt, length, section] {
                   benchmark::DoNotOptimize(
@@ -432,8 +432,8 @@ void RegisterSignature(RatioReporter& reporter, SignaturePair& pair, uint32_t bi
 }
 
 void RegisterAll(RatioReporter& reporter, World& world) {
-  for (const CipherSpec& spec : kCiphers) {
-    world.ciphers.push_back(std::make_unique<CipherPair>(spec, world.capi, world.evp));
+  for (const CipherCase& cipher : kCiphers) {
+    world.ciphers.push_back(std::make_unique<CipherPair>(cipher, world.capi, world.evp));
     CipherPair& pair = *world.ciphers.back();
     pair.CheckAgreement(kSmall, kSmall);
     pair.CheckAgreement(4 * kSection + 3 * kBlock, kSection);  // sections and a short last one

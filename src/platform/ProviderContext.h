@@ -58,7 +58,7 @@ class ProviderContext final {
   ContainerStore& Store(StoreScope scope);
 
   // The pair in slot `keySpec` (AT_KEYEXCHANGE or AT_SIGNATURE), kept by this context.
-  // throws NTE_BAD_KEY (other key spec; unconfirmed code, some releases say NTE_NO_KEY),
+  // throws NTE_BAD_KEY (other key slot; unconfirmed code, some releases say NTE_NO_KEY),
   // NTE_NO_KEY (empty slot), and the store's codes.
   const RsaKey& Pair(DWORD keySpec);
   // Keeps `pair` in the slot its algorithm names (CALG_RSA_SIGN: AT_SIGNATURE, else

@@ -298,19 +298,19 @@ TEST_F(CryptApiTest, NewContainerHasNoKeys) {
   ProvHandle prov;
   QUIV_ASSERT_SUCCEEDS(
       CryptAcquireContextA(prov.put(), "empty", nullptr, PROV_RSA_FULL, CRYPT_NEWKEYSET));
-  for (const DWORD spec : {DWORD{AT_KEYEXCHANGE}, DWORD{AT_SIGNATURE}}) {
+  for (const DWORD keySpec : {DWORD{AT_KEYEXCHANGE}, DWORD{AT_SIGNATURE}}) {
     KeyHandle key;
-    QUIV_EXPECT_FAILS_WITH(CryptGetUserKey(prov.get(), spec, key.put()), NTE_NO_KEY);
+    QUIV_EXPECT_FAILS_WITH(CryptGetUserKey(prov.get(), keySpec, key.put()), NTE_NO_KEY);
   }
 }
 
 TEST_F(CryptApiTest, BadKeySpecIsBadKey) {
   ProvHandle prov;
   QUIV_ASSERT_SUCCEEDS(
-      CryptAcquireContextA(prov.put(), "spec", nullptr, PROV_RSA_FULL, CRYPT_NEWKEYSET));
-  for (const DWORD spec : {0u, 3u, 0xffffffffu}) {
+      CryptAcquireContextA(prov.put(), "keyslots", nullptr, PROV_RSA_FULL, CRYPT_NEWKEYSET));
+  for (const DWORD keySpec : {0u, 3u, 0xffffffffu}) {
     KeyHandle key;
-    QUIV_EXPECT_FAILS_WITH(CryptGetUserKey(prov.get(), spec, key.put()), NTE_BAD_KEY) << spec;
+    QUIV_EXPECT_FAILS_WITH(CryptGetUserKey(prov.get(), keySpec, key.put()), NTE_BAD_KEY) << keySpec;
   }
   QUIV_EXPECT_FAILS_WITH(CryptGetUserKey(prov.get(), AT_SIGNATURE, nullptr),
                          ERROR_INVALID_PARAMETER);
