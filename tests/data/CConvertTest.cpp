@@ -23,19 +23,12 @@
 #include "errors/QuivError.h"
 #include "platform/ForwardingPlatform.h"
 #include "platform/PlatformSeam.h"
+#include "support/QuietLog.h"
 
 namespace quiv {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Every failure writes to the application log; the tests keep those entries out of syslog.
-class QuietLogPlatform final : public platform::ForwardingPlatform {
- public:
-  QuietLogPlatform() : ForwardingPlatform(platform::DefaultPlatform()) {}
-  bool StartLogging(std::string_view, platform::LogMode) override { return true; }
-  bool LogEvent(std::string_view, platform::LogEventType) override { return true; }
-};
 
 constexpr char kNoDescription[] = "Runtime error: Application-defined or object-defined error. ";
 
@@ -85,7 +78,7 @@ class CConvertTest : public ::testing::Test {
         String(source));
   }
 
-  QuietLogPlatform m_platform;
+  test::QuietLog m_platform;  // failures write nothing to syslog
   platform::ScopedPlatformOverride m_use{m_platform};
   fs::path m_dir;
   Ref<CConvert> m_convert;

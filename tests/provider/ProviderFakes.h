@@ -12,17 +12,9 @@
 
 #include "platform/ForwardingPlatform.h"
 #include "platform/PlatformSeam.h"
+#include "support/QuietLog.h"
 
 namespace quiv::test {
-
-// The real provider without the error records' application log, so failing tests leave no log
-// file behind in the working folder.
-class QuietLog final : public platform::ForwardingPlatform {
- public:
-  QuietLog() : ForwardingPlatform(platform::DefaultPlatform()) {}
-  bool StartLogging(std::string_view, platform::LogMode) override { return true; }
-  bool LogEvent(std::string_view, platform::LogEventType) override { return true; }
-};
 
 // Answers the version query with a chosen platform id and version, and counts which acquisition
 // entry point is called.

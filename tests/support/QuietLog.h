@@ -1,0 +1,23 @@
+// QuietLog: the real provider without the error records' application log. A test installs one
+// (platform::ScopedPlatformOverride) so that failures it provokes on purpose leave no log file
+// in the working folder and write nothing to syslog; every other call goes to the provider.
+#ifndef QUIV_TESTS_SUPPORT_QUIETLOG_H
+#define QUIV_TESTS_SUPPORT_QUIETLOG_H
+
+#include <string_view>
+
+#include "platform/ForwardingPlatform.h"
+#include "platform/PlatformSeam.h"
+
+namespace quiv::test {
+
+class QuietLog final : public platform::ForwardingPlatform {
+ public:
+  QuietLog() : ForwardingPlatform(platform::DefaultPlatform()) {}
+  bool StartLogging(std::string_view, platform::LogMode) override { return true; }
+  bool LogEvent(std::string_view, platform::LogEventType) override { return true; }
+};
+
+}  // namespace quiv::test
+
+#endif
