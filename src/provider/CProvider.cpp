@@ -6,6 +6,7 @@
 
 #include "automation/RunTime.h"
 #include "constants/CConstQUIV.h"
+#include "data/CMessagetext.h"
 #include "errors/ErrorTrap.h"
 #include "errors/QuivError.h"
 #include "platform/PlatformSeam.h"
@@ -65,10 +66,10 @@ CProvider::~CProvider() {
 
 void CProvider::Initialize() {
   Trap(m_oLastError, u"QUIV.CProvider.Class_Initialize", [&] {
-    // Working objects in their fixed order: container, then message text, session key,
+    // Working objects in their fixed order: container, message text, then session key,
     // exchange pair, signature pair and hash value as those classes arrive.
-    m_oContainer = MakeRef<CContainer>();
-    m_oContainer->SetProvider(RefTo(this));
+    Filled(m_oContainer);
+    Filled(m_oMessageText);
     m_sWinVer = GetSystemVersionCode();
     m_oLastError = MakeRef<CErrHandler>();
   });
@@ -99,12 +100,27 @@ String CProvider::AnsiTextBeforeZero(const ByteArray& i_abText) {
   return String(wide.substr(0, zero));
 }
 
-Ref<CContainer>& CProvider::Container() {
-  if (m_oContainer.IsNothing()) {
-    m_oContainer = MakeRef<CContainer>();
-    m_oContainer->SetProvider(RefTo(this));
+template <class T>
+Ref<T>& CProvider::Filled(Ref<T>& io_oSlot) {
+  // Any access to an empty slot first makes a fresh object tied to this provider.
+  if (io_oSlot.IsNothing()) {
+    io_oSlot = MakeRef<T>();
+    io_oSlot->SetProvider(RefTo(this));
   }
-  return m_oContainer;
+  return io_oSlot;
+}
+
+template <class T>
+void CProvider::Release(Ref<T>& io_oSlot) {
+  // The child's termination drops its reference back to us, which breaks the cycle.
+  if (!io_oSlot.IsNothing()) {
+    io_oSlot->Terminate();
+    io_oSlot.SetNothing();
+  }
+}
+
+Ref<CContainer>& CProvider::Container() {
+  return Filled(m_oContainer);
 }
 
 bool CProvider::LoadProvider(const String& i_sContainer, int32_t i_lContainerAccess,
@@ -243,8 +259,10 @@ Variant CProvider::Clear() {
     // (KEY_ERROR_UNABLE_TO_CLEAR_OBJECT_OF_KEY_HANDLES), hash value
     // (HASH_ERROR_UNABLE_TO_CLEAR_HASH_OBJECT), message text
     // (MESSAGETEXT_ERROR_UNABLE_TO_CLEAR_MESSAGETEXT_OBJECT), session key and signature pair
-    // (KEY_ERROR_UNABLE_TO_CLEAR_OBJECT_OF_KEY_HANDLES) are cleared here once they exist. The
-    // container keeps no state to clear.
+    // (KEY_ERROR_UNABLE_TO_CLEAR_OBJECT_OF_KEY_HANDLES). The container keeps no state to clear.
+    if (!Filled(m_oMessageText)->Clear()) {
+      RaiseQuiv(MESSAGETEXT_ERROR_UNABLE_TO_CLEAR_MESSAGETEXT_OBJECT);
+    }
     if (m_fHasContext && !Platform().CryptReleaseContext(m_hProvider, 0)) {
       m_fHasContext = false;
       RaiseQuiv(PROVIDER_ERROR_UNABLE_TO_RELEASE_CONTEXT);
@@ -258,10 +276,8 @@ bool CProvider::Terminate() {
   return Trap(m_oLastError, u"QUIV.CProvider.Class_Terminate", [&] {
     // Release order: container, message text, session key, exchange pair, signature pair, hash
     // value (the last five join with their classes), then the context and the record.
-    if (!m_oContainer.IsNothing()) {
-      m_oContainer->Terminate();
-      m_oContainer.SetNothing();
-    }
+    Release(m_oContainer);
+    Release(m_oMessageText);
     if (m_fHasContext) {
       if (!Platform().CryptReleaseContext(m_hProvider, 0)) {
         RaiseQuiv(GENERAL_ERROR_UNABLE_TO_RELASE_CONTEXT);
@@ -288,6 +304,13 @@ bool CProvider::GetContainerObject(Ref<CContainer>& o_oContainer) {
   return Trap(m_oLastError, u"QUIV.CProvider.GetContainerObject", [&] {
     if (!m_fHasContext) RaiseQuiv(GENERAL_ERROR_NO_CONTEXT);
     o_oContainer = Container();
+  });
+}
+
+bool CProvider::GetMessageTextObject(Ref<CMessagetext>& o_oMessageText) {
+  return Trap(m_oLastError, u"QUIV.CProvider.GetMessageTextObject", [&] {
+    if (!m_fHasContext) RaiseQuiv(GENERAL_ERROR_NO_CONTEXT);
+    o_oMessageText = Filled(m_oMessageText);
   });
 }
 

@@ -14,7 +14,7 @@
 // and HasContext() whenever they call the platform, so a re-acquired context is seen by all.
 // Single-threaded: one provider and its children belong to one thread at a time.
 //
-// Working objects held today: the container and the constants catalogue. The message text,
+// Working objects held today: the container, the message text and the constants catalogue. The
 // session key, exchange and signature key pairs and the hash value get their slots (and their
 // places in Clear and termination, marked in the source) when their classes exist.
 #ifndef QUIV_PROVIDER_CPROVIDER_H
@@ -38,6 +38,7 @@
 namespace quiv {
 
 class CContainer;
+class CMessagetext;
 
 class QUIV_API CProvider final : public Object {
  public:
@@ -83,6 +84,8 @@ class QUIV_API CProvider final : public Object {
   // The object factory: the provider's own container (GENERAL_ERROR_NO_CONTEXT without a
   // context). The output is left as it was on failure.
   bool GetContainerObject(Ref<CContainer>& o_oContainer);
+  // The provider's own message text (GENERAL_ERROR_NO_CONTEXT without a context).
+  bool GetMessageTextObject(Ref<CMessagetext>& o_oMessageText);
 
   // --- Internal (the library's classes only) ---
 
@@ -116,6 +119,10 @@ class QUIV_API CProvider final : public Object {
   void Initialize();
   bool Terminate();
   Ref<CContainer>& Container();
+  template <class T>
+  Ref<T>& Filled(Ref<T>& io_oSlot);
+  template <class T>
+  void Release(Ref<T>& io_oSlot);
   BOOL CallAcquire(HCRYPTPROV& io_hProv, const String& i_sContainer, const String& i_sProvider,
                    int32_t i_lType, int32_t i_lFlags) const;
   int32_t DecodeLong(const ByteArray& i_abBuffer) const;
@@ -126,7 +133,8 @@ class QUIV_API CProvider final : public Object {
   int32_t m_lProviderType = 0;
   bool m_fTerminated = false;
   Ref<CContainer> m_oContainer;
-  // m_oMessageText (CMessagetext), m_oSessionKey (CSessionKey), m_oExKeyPair and m_oSigKeyPair
+  Ref<CMessagetext> m_oMessageText;
+  // m_oSessionKey (CSessionKey), m_oExKeyPair and m_oSigKeyPair
   // (CRSAKeyPair), m_oHash (CHashValue) join here with their classes.
   const CConstQUIV m_oConst{};  // stateless: every platform constant is read from it at use
   String m_sWinVer;
