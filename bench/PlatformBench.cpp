@@ -24,6 +24,7 @@
 
 #include "CapiSession.h"
 #include "EvpBaseline.h"
+#include "PairTimer.h"
 #include "RatioReporter.h"
 
 namespace quiv::bench {
@@ -35,12 +36,11 @@ constexpr size_t kLarge = 64 * kKiB * kKiB;
 constexpr size_t kSection = 64 * kKiB;
 constexpr size_t kBlock = 8;
 constexpr size_t kSignedMessage = 64;
-// Samples (batch pairs) per case: 64 KiB and signature cases time batches of about kBatchTime;
+// Samples (batch pairs) per case: 64 KiB and signature cases time batches of about kBatchSeconds;
 // a 64 MiB case times one message per batch, with more samples for the fast ones (RC4, hashes).
 constexpr int kSmallSamples = 60;
 constexpr int kSlowLargeSamples = 3;
 constexpr int kFastLargeSamples = 10;
-constexpr double kBatchTime = 0.004;
 
 std::vector<uint8_t> RandomBytes(size_t n, uint64_t seed) {
   std::vector<uint8_t> bytes(n);
@@ -310,64 +310,6 @@ std::vector<uint8_t> EvpDigest(EVP_MD_CTX* ctx, const EVP_MD* md, size_t n) {
 std::string SizeLabel(size_t n) {
   return n >= kKiB * kKiB ? std::to_string(n / (kKiB * kKiB)) + " MiB"
                           : std::to_string(n / kKiB) + " KiB";
-}
-
-// One side of a pair: `run` is the timed work (one message or operation), `prepare` the untimed
-// set-up it needs before each run (the ciphertext copied back for a decryption), if any.
-struct Side {
-  std::function<void()> run;
-  std::function<void()> prepare;
-};
-
-using Clock = std::chrono::steady_clock;
-
-// Mean seconds per run over `batch` runs, each timed on its own so that `prepare` stays out.
-double TimeBatch(const Side& side, int batch) {
-  Clock::duration total{};
-  for (int i = 0; i < batch; ++i) {
-    if (side.prepare) side.prepare();
-    const Clock::time_point start = Clock::now();
-    side.run();
-    total += Clock::now() - start;
-  }
-  return std::chrono::duration<double>(total).count() / batch;
-}
-
-// Each benchmark iteration times one batch of our side and one of the baseline, alternating
-// which goes first, and keeps the best batch of each: both sides see the same machine within
-// milliseconds of each other, which matters on a shared, loaded machine. A batch lasts about
-// kBatchTime (one run for the 64 MiB cases).
-void RunPair(benchmark::State& state, const Side& ours, const Side& evp) {
-  // A first run of each warms both up and sizes the batches; it counts as a sample too.
-  double bestOurs = TimeBatch(ours, 1);
-  double bestEvp = TimeBatch(evp, 1);
-  const double once = std::max(bestOurs, bestEvp);
-  const int batch = static_cast<int>(std::clamp(kBatchTime / once, 1.0, 100000.0));
-  bool oursFirst = true;
-  for (auto _ : state) {
-    if (oursFirst) bestOurs = std::min(bestOurs, TimeBatch(ours, batch));
-    bestEvp = std::min(bestEvp, TimeBatch(evp, batch));
-    if (!oursFirst) bestOurs = std::min(bestOurs, TimeBatch(ours, batch));
-    oursFirst = !oursFirst;
-  }
-  state.counters[RatioReporter::kOurs] = bestOurs;
-  state.counters[RatioReporter::kBaseline] = bestEvp;
-}
-
-// Registers one benchmark per case, run for `samples` iterations (batch pairs).
-void RegisterPair(RatioReporter& reporter, const RatioReporter::CaseInfo& info, int samples,
-                  Side ours, Side evp) {
-  reporter.AddCase(info);
-  benchmark::RegisterBenchmark(info.name.c_str(),
-                               [ours, evp](benchmark::State& state) {
-                                 try {
-                                   RunPair(state, ours, evp);
-                                 } catch (const std::exception& e) {
-                                   state.SkipWithError(e.what());
-                                 }
-                               })
-      ->Iterations(samples)
-      ->Unit(benchmark::kMillisecond);
 }
 
 void RegisterCipher(RatioReporter& reporter, CipherPair& pair, bool encrypt, size_t n) {

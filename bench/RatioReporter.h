@@ -30,6 +30,9 @@ class RatioReporter final : public benchmark::BenchmarkReporter {
     double aim = 0.95;
   };
 
+  // `baseline` names the baseline's column in the table (OpenSSL's EVP unless said otherwise).
+  explicit RatioReporter(std::string baseline = "EVP") : m_baseline(std::move(baseline)) {}
+
   void AddCase(CaseInfo info);
 
   bool ReportContext(const Context& context) override;
@@ -41,6 +44,7 @@ class RatioReporter final : public benchmark::BenchmarkReporter {
  private:
   double Rate(const CaseInfo& info, double seconds) const;
 
+  std::string m_baseline;
   std::vector<CaseInfo> m_cases;
   std::map<std::string, std::pair<double, double>> m_best;  // case -> (ours, baseline) seconds
   std::map<std::string, std::string> m_errors;
