@@ -2,7 +2,8 @@
 //
 // 1. The provider through its C functions: derive a key from a pass phrase, encrypt and decrypt,
 //    hash, sign and verify with a key pair kept in a key container, list the containers.
-// 2. The catalogues every class reads: constants, library error texts, platform error names.
+// 2. A provider session through the library's objects (ProviderSessionDemo.cpp).
+// 3. The catalogues every class reads: constants, library error texts, platform error names.
 //
 // Key containers go to the user's store, or to $QUIV_KEY_STORE when that is set. The demo
 // creates one container, "QUIV demo", and deletes it again at the end.
@@ -11,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "DemoParts.h"
 #include "platform/wincrypt.h"
 // After any platform header: the catalogue's getters share their names with the C macros.
 #include "constants/CConstQUIV.h"
@@ -179,6 +181,7 @@ void ShowErrorRecord() {
 int main() {
   std::printf("QUIV demo\n=========\n");
   ShowProviderAtWork();
+  quiv::demo::ShowProviderSession();
   ShowCatalogues();
   ShowErrorRecord();
   return 0;

@@ -1,0 +1,13 @@
+// The demo's parts, one per subject; each prints what it does and what came back.
+#ifndef QUIV_EXAMPLES_DEMOPARTS_H
+#define QUIV_EXAMPLES_DEMOPARTS_H
+
+namespace quiv::demo {
+
+// A provider session through the library's objects: provider facts, key containers, the
+// algorithm list and a message round trip.
+void ShowProviderSession();
+
+}  // namespace quiv::demo
+
+#endif
