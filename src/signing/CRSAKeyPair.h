@@ -30,6 +30,7 @@
 #include "automation/Object.h"
 #include "automation/Ref.h"
 #include "automation/String.h"
+#include "constants/CConstQUIV.h"
 #include "data/DataFormat.h"
 #include "data/IHash.h"
 #include "errors/CErrHandler.h"
@@ -147,17 +148,17 @@ class QUIV_API CRSAKeyPair final : public Object, public IHash {
   String ClassName() const override { return u"CRSAKeyPair"; }
 
  private:
-  bool SignWith(const Ref<IHash>& i_oSignee, String& o_sSignatureBlock, DATA_FORMAT i_nFormat,
-                int32_t& io_lHashAlgID);
-  bool VerifyWith(const Ref<IHash>& i_oSignedObject, const String& i_sSigBlock,
-                  DATA_FORMAT i_nFormat, bool& o_fValid, int32_t& io_lHashAlgID);
   Ref<CRSAKeyPair> View(bool i_fPrivate);
-  void ValidateSignee(const Ref<IHash>& i_oSignee);
+  int16_t ValidateSignee(const Ref<IHash>& i_oSignee);
+  void HashForSignature(const Ref<IHash>& i_oHashee, int32_t i_lHashAlgID, QUIV_ERROR i_eHashError,
+                        HCRYPTHASH& o_hHash);
   ByteArray ExportBlob(int32_t i_lBlobType, HCRYPTKEY i_hWrapKey);
   HCRYPTKEY SessionKeyHandle(const Ref<CSessionKey>& i_oSessionKey);
-  void ImportBlob(const String& i_sText, DATA_FORMAT i_nFormat, int32_t i_lBlobType,
-                  HCRYPTKEY i_hUnwrapKey, int32_t i_lFlags, QUIV_ERROR i_eImportError);
+  ByteArray LoadBlob(const String& i_sText, DATA_FORMAT i_nFormat, int32_t i_lBlobType);
   void TakeContainerKey();
+  bool HoldsNoKeys() const { return !m_fHasKeyPair && !m_fPublicOnly; }
+  bool HoldsBoth() const { return m_fHasKeyPair && m_fPublicOnly; }
+  HCRYPTPROV Context() const;
   CConvert& Converter();
   CKeyTools& KeyTools();
   CHashValue& HashObject();
@@ -175,6 +176,7 @@ class QUIV_API CRSAKeyPair final : public Object, public IHash {
   Ref<CConvert> m_oConvert;
   Ref<CKeyTools> m_oKeyTools;
   Ref<CHashValue> m_oHash;
+  const CConstQUIV m_oConst{};  // every platform constant is read from it at use
   bool m_fTerminated = false;
 };
 
