@@ -86,6 +86,23 @@ class FailHashParamSize final : public platform::ForwardingPlatform {
   }
 };
 
+// Answers every hash property with two bytes, asking for the size first.
+class AnswerAnyHashParam final : public platform::ForwardingPlatform {
+ public:
+  AnswerAnyHashParam() : ForwardingPlatform(platform::Platform()) {}
+  BOOL CryptGetHashParam(HCRYPTHASH, DWORD, BYTE* data, DWORD* length, DWORD) override {
+    if (*length < 2) {
+      *length = 2;
+      SetLastError(static_cast<DWORD>(Const().ERROR_MORE_DATA()));
+      return FALSE;
+    }
+    data[0] = 1;
+    data[1] = 2;
+    *length = 2;
+    return TRUE;
+  }
+};
+
 // A hashee that answers what the test sets.
 class FakeHashee final : public Object, public IHash {
  public:
@@ -365,9 +382,7 @@ TEST_F(CHashValueTest, UnloadHashValueThrowsAndLeavesLastErrorAlone) {
   EXPECT_TRUE(Record().IsNothing());
 }
 
-TEST_F(CHashValueTest, SessionKeyArgumentIsRefusedForEveryFullRsaHash) {
-  // A non-null CSessionKey reference cannot be made until that class exists in this build;
-  // a null one takes the unkeyed path.
+TEST_F(CHashValueTest, AbsentSessionKeyArgumentTakesTheUnkeyedPath) {
   ASSERT_TRUE(hash->Hash(Message("abc"), Ref<CSessionKey>()));
   EXPECT_EQ(Value(), FromHex("900150983cd24fb0d6963f7d28e17f72"));
 }
@@ -412,8 +427,15 @@ TEST_F(CHashValueTest, UnknownHashPropertyIsRefused) {
   ASSERT_TRUE(hash->Hash(Message("abc")));
   HCRYPTHASH ignored = 0;
   Variant out;
-  EXPECT_FALSE(hash->GetHashParam(ignored, 0x7777, out));
-  ASSERT_FALSE(Record().IsNothing());
+  // The real provider refuses the property at the size query.
+  EXPECT_TRUE(FailedWith(hash->GetHashParam(ignored, 0x7777, out), Record(),
+                         GENERAL_ERROR_UNABLE_TO_GET_AVAILABLE_MEMORY,
+                         "QUIV.CHashValue.GetHashParam"));
+  // A platform that answers it still gets the property refused by the library.
+  AnswerAnyHashParam fake;
+  platform::ScopedPlatformOverride use(fake);
+  EXPECT_TRUE(FailedWith(hash->GetHashParam(ignored, 0x7777, out), Record(),
+                         HASH_ERROR_UNKNOWN_HASH_PROPERTY, "QUIV.CHashValue.GetHashParam"));
 }
 
 }  // namespace
