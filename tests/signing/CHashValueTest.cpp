@@ -103,6 +103,17 @@ class AnswerAnyHashParam final : public platform::ForwardingPlatform {
   }
 };
 
+// Counts hash destructions and passes them on.
+class CountDestroyHash final : public platform::ForwardingPlatform {
+ public:
+  CountDestroyHash() : ForwardingPlatform(platform::Platform()) {}
+  BOOL CryptDestroyHash(HCRYPTHASH h) override {
+    ++m_nCalls;
+    return ForwardingPlatform::CryptDestroyHash(h);
+  }
+  int m_nCalls = 0;
+};
+
 // A hashee that answers what the test sets.
 class FakeHashee final : public Object, public IHash {
  public:
@@ -436,6 +447,33 @@ TEST_F(CHashValueTest, UnknownHashPropertyIsRefused) {
   platform::ScopedPlatformOverride use(fake);
   EXPECT_TRUE(FailedWith(hash->GetHashParam(ignored, 0x7777, out), Record(),
                          HASH_ERROR_UNKNOWN_HASH_PROPERTY, "QUIV.CHashValue.GetHashParam"));
+}
+
+TEST_F(CHashValueTest, TerminateDestroysTheHashOnceAndTheDestructorLeavesThePlatformAlone) {
+  CountDestroyHash fake;
+  platform::ScopedPlatformOverride use(fake);
+  ASSERT_TRUE(hash->Hash(Message("abc")));
+  hash->Terminate();
+  EXPECT_EQ(fake.m_nCalls, 1);
+  hash = MakeRef<CHashValue>();
+  EXPECT_EQ(fake.m_nCalls, 1);
+}
+
+TEST_F(CHashValueTest, LoadedValueLengthIsLeftToThePlatform) {
+  const String twenty = u"A9993E364706816ABA3E25717850C26C9CD0D89D";
+  if (hash->LoadHashValue(twenty, STRING_HEX, k.CALG_MD5())) {
+    // The platform takes as many bytes as the algorithm's size: MD5 keeps the first 16.
+    EXPECT_EQ(Value(), FromHex("a9993e364706816aba3e25717850c26c"));
+  } else {
+    EXPECT_TRUE(FailedWith(false, Record(), HASH_ERROR_UNABLE_TO_IMPORT_HASH,
+                           "QUIV.CHashValue.LoadHashValue"));
+  }
+}
+
+TEST_F(CHashValueTest, LoadStartsFromAClearedObject) {
+  ASSERT_TRUE(hash->Hash(Message("abc")));
+  ASSERT_TRUE(hash->LoadHashValue(u"F96B697D7CB7938D525A2F31AAF161D0", STRING_HEX, k.CALG_MD5()));
+  EXPECT_EQ(Value(), FromHex("f96b697d7cb7938d525a2f31aaf161d0"));
 }
 
 }  // namespace
