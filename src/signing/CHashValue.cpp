@@ -248,9 +248,16 @@ bool CHashValue::LoadHashValue(const String& i_sHash, DATA_FORMAT i_nLoadFormat,
     if (!Converter().LoadItem(i_sHash, i_nLoadFormat, value)) {
       RaiseQuiv(DATA_FORMAT_ERROR_UNABLE_TO_CONVERT_DATA_TO_BYTE_ARRAY);
     }
-    // The length is the platform's to judge, not ours.
+    // The length is not refused here; the provider reads the algorithm's size from the
+    // pointer, so a shorter value is zero-padded to keep that read inside our buffer.
+    std::vector<uint8_t> bytes(value.data(), value.data() + value.UBound() + 1);
+    Variant size;
+    if (GetHashParam(m_hHash, m_oConst.HP_HASHSIZE(), size) &&
+        bytes.size() < static_cast<size_t>(size.ToLong())) {
+      bytes.resize(static_cast<size_t>(size.ToLong()), 0);
+    }
     if (!Platform().CryptSetHashParam(m_hHash, static_cast<DWORD>(m_oConst.HP_HASHVAL()),
-                                      value.data(), 0)) {
+                                      bytes.data(), 0)) {
       RaiseQuiv(HASH_ERROR_UNABLE_TO_IMPORT_HASH);
     }
   });

@@ -470,6 +470,11 @@ TEST_F(CHashValueTest, LoadedValueLengthIsLeftToThePlatform) {
   }
 }
 
+TEST_F(CHashValueTest, ShortLoadedValueIsZeroPaddedToTheAlgorithmSize) {
+  ASSERT_TRUE(hash->LoadHashValue(u"0102", STRING_HEX, k.CALG_MD5()));
+  EXPECT_EQ(Value(), FromHex("01020000000000000000000000000000"));
+}
+
 TEST_F(CHashValueTest, LoadStartsFromAClearedObject) {
   ASSERT_TRUE(hash->Hash(Message("abc")));
   ASSERT_TRUE(hash->LoadHashValue(u"F96B697D7CB7938D525A2F31AAF161D0", STRING_HEX, k.CALG_MD5()));
