@@ -481,5 +481,27 @@ TEST_F(CHashValueTest, LoadStartsFromAClearedObject) {
   EXPECT_EQ(Value(), FromHex("f96b697d7cb7938d525a2f31aaf161d0"));
 }
 
+TEST_F(CHashValueTest, MacCodeIsStoredButNeedsAKeyToCreate) {
+  ASSERT_TRUE(hash->SetHashAlgorithmCode(u"CALG_MAC"));
+  EXPECT_TRUE(FailedWith(hash->Hash(Message("abc")), Record(),
+                         HASH_ERROR_UNABLE_TO_CREATE_CRYPTOAPI_HASH_OBJECT,
+                         "QUIV.CHashValue.Hash"));
+  EXPECT_TRUE(FailedWith(hash->LoadHashValue(u"00", STRING_HEX, k.CALG_RC4()), Record(),
+                         HASH_ERROR_UNABLE_TO_SET_HASH_ALGORITHM_ID,
+                         "QUIV.CHashValue.LoadHashValue"));
+}
+
+TEST_F(CHashValueTest, HandleIsTheOneTheHashWasMadeWith) {
+  ASSERT_TRUE(hash->Hash(Message("abc")));
+  HCRYPTHASH handle = 0;
+  ASSERT_TRUE(hash->GetHashHandle(handle));
+  BYTE value[16] = {};
+  DWORD length = sizeof(value);
+  ASSERT_TRUE(platform::Platform().CryptGetHashParam(handle, static_cast<DWORD>(k.HP_HASHVAL()),
+                                                     value, &length, 0));
+  EXPECT_EQ(ByteArray(std::vector<uint8_t>(value, value + length)),
+            FromHex("900150983cd24fb0d6963f7d28e17f72"));
+}
+
 }  // namespace
 }  // namespace quiv
