@@ -11,6 +11,7 @@
 #include "keys/CKeyTools.h"
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
+#include "signing/CRSAKeyPair.h"
 
 namespace quiv {
 
@@ -625,6 +626,73 @@ bool CSessionKey::Decrypt(const Ref<CMessagetext>& i_oMsgTxt, const int32_t& i_l
 }
 
 // --- Transport and permissions ---
+
+bool CSessionKey::LoadSessionKey(const Ref<CRSAKeyPair>& i_oExKeys, const String& io_sSessionKey,
+                                 DATA_FORMAT i_nLoadFormat) {
+  return Trap(
+      m_oLastError, u"QUIV.CSessionKey.LoadSessionKey",
+      [&] {
+        const CConstQUIV& k = m_oConst;
+        if (!Clear()) RaiseQuiv(KEY_ERROR_UNABLE_TO_DESTROY_KEY);
+        ByteArray blob;
+        if (!Converter().LoadItem(io_sSessionKey, i_nLoadFormat, blob)) {
+          RaiseQuiv(DATA_FORMAT_ERROR_UNABLE_TO_LOAD_KEY);
+        }
+        // The detailed reason for a rejected blob stays in the key tools' own record.
+        int32_t algClass = k.ALG_CLASS_DATA_ENCRYPT();
+        if (!KeyTools().ValidateBlob(k.SIMPLEBLOB(), algClass, blob)) {
+          RaiseQuiv(KEY_ERROR_WRONG_KEY_TYPE);
+        }
+        HCRYPTKEY exchangeKey = 0;
+        if (!i_oExKeys->GetKeyPairHandle(exchangeKey)) {
+          RaiseQuiv(KEY_ERROR_UNABLE_TO_GET_RSA_PRIVATE_KEY_HANDLE);
+        }
+        int32_t flags = 0;
+        if (m_fUnloadable) flags = k.CRYPT_EXPORTABLE();
+        flags |= k.CRYPT_NO_SALT();
+        if (!Platform().CryptImportKey(Context(), blob.data(), static_cast<DWORD>(blob.size()),
+                                       exchangeKey, static_cast<DWORD>(flags), &m_hKey)) {
+          RaiseQuiv(KEY_ERROR_CRYPTIMPORTKEY_FAILED);
+        }
+        m_fHasKey = true;
+        // Unlike generation, a key whose RC2 length could not be set stays held.
+        if (!IfRC2ChangeLength()) RaiseQuiv(KEY_ERROR_UNABLE_TO_SET_RC2_KEY_LENGTH);
+      },
+      [&](CErrHandler& e) {
+        e.AddParam(u"io_sSessionKey", io_sSessionKey);
+        e.AddParam(u"i_nLoadFormat", static_cast<int32_t>(i_nLoadFormat));
+      });
+}
+
+bool CSessionKey::UnloadSessionKey(const Ref<CRSAKeyPair>& i_oExchKeyPair, String& io_sSessionKey,
+                                   DATA_FORMAT i_nUnloadFormat) {
+  return Trap(m_oLastError, u"QUIV.CSessionKey.UnloadSessionKey", [&] {
+    const CConstQUIV& k = m_oConst;
+    RequireKey();
+    HCRYPTKEY publicKey = 0;
+    if (!i_oExchKeyPair->GetPublicKeyHandle(publicKey)) {
+      RaiseQuiv(KEY_ERROR_UNABLE_TO_GET_RSA_PUBLIC_KEY_HANDLE);
+    }
+    const auto blobType = static_cast<DWORD>(k.SIMPLEBLOB());
+    ByteArray blob;
+    DWORD length = 0;
+    if (!Platform().CryptExportKey(m_hKey, publicKey, blobType, 0, blob.data(), &length)) {
+      if (LastPlatformError() != static_cast<uint32_t>(k.ERROR_MORE_DATA())) {
+        RaiseQuiv(GENERAL_ERROR_UNABLE_TO_GET_AVAILABLE_MEMORY);
+      }
+      blob.ReDimPreserve(static_cast<int64_t>(length) - 1);
+      Platform().SetLastError(0);
+    }
+    // A key made without CRYPT_EXPORTABLE is refused here by the platform; no check of our own.
+    if (!Platform().CryptExportKey(m_hKey, publicKey, blobType, 0, blob.data(), &length)) {
+      RaiseQuiv(DATA_FORMAT_ERROR_UNABLE_TO_UNLOAD_KEY);
+    }
+    blob.ReDimPreserve(static_cast<int64_t>(length) - 1);
+    if (!Converter().UnloadItem(blob, io_sSessionKey, i_nUnloadFormat, true)) {
+      RaiseQuiv(DATA_FORMAT_ERROR_UNABLE_TO_UNLOAD);
+    }
+  });
+}
 
 bool CSessionKey::GetKeyPermissions(bool& o_fEncrypt, bool& o_fDecrypt, bool& o_fExport,
                                     bool& o_fRead, bool& o_fWrite, bool& o_fMAC) {
