@@ -72,14 +72,15 @@ class FakeVersion final : public platform::ForwardingPlatform {
 class CountingEntryPoints final : public platform::ForwardingPlatform {
  public:
   CountingEntryPoints() : ForwardingPlatform(platform::Platform()) {}
-  BOOL CryptSignHashA(HCRYPTHASH h, DWORD spec, LPCSTR d, DWORD f, BYTE* sig, DWORD* len) override {
+  BOOL CryptSignHashA(HCRYPTHASH h, DWORD keySpec, LPCSTR d, DWORD f, BYTE* sig,
+                      DWORD* len) override {
     ++signNarrow;
-    return ForwardingPlatform::CryptSignHashA(h, spec, d, f, sig, len);
+    return ForwardingPlatform::CryptSignHashA(h, keySpec, d, f, sig, len);
   }
-  BOOL CryptSignHashW(HCRYPTHASH h, DWORD spec, LPCWSTR d, DWORD f, BYTE* sig,
+  BOOL CryptSignHashW(HCRYPTHASH h, DWORD keySpec, LPCWSTR d, DWORD f, BYTE* sig,
                       DWORD* len) override {
     ++signWide;
-    return ForwardingPlatform::CryptSignHashW(h, spec, d, f, sig, len);
+    return ForwardingPlatform::CryptSignHashW(h, keySpec, d, f, sig, len);
   }
   BOOL CryptVerifySignatureA(HCRYPTHASH h, const BYTE* sig, DWORD len, HCRYPTKEY key, LPCSTR d,
                              DWORD f) override {
@@ -99,13 +100,13 @@ class FailingSignHash final : public platform::ForwardingPlatform {
  public:
   FailingSignHash(int failingCall, DWORD code)
       : ForwardingPlatform(platform::Platform()), m_failingCall(failingCall), m_code(code) {}
-  BOOL CryptSignHashW(HCRYPTHASH h, DWORD spec, LPCWSTR d, DWORD f, BYTE* sig,
+  BOOL CryptSignHashW(HCRYPTHASH h, DWORD keySpec, LPCWSTR d, DWORD f, BYTE* sig,
                       DWORD* len) override {
     if (++m_calls == m_failingCall) {
       SetLastError(m_code);
       return FALSE;
     }
-    return ForwardingPlatform::CryptSignHashW(h, spec, d, f, sig, len);
+    return ForwardingPlatform::CryptSignHashW(h, keySpec, d, f, sig, len);
   }
 
  private:
