@@ -205,9 +205,9 @@ TEST_F(CRSAKeyPairTest, ThePublicKeyHandleOfAnEmptyObjectIsRefusedUnderItsOwnSou
 
 TEST_F(CRSAKeyPairTest, OnlyTheTwoKeySpecificationsAreAccepted) {
   Ref<CRSAKeyPair> pair = NewPair(0);
-  for (int16_t spec : {int16_t{0}, int16_t{3}, int16_t{-1}, int16_t{0x2400}}) {
-    SCOPED_TRACE(spec);
-    EXPECT_TRUE(FailedWith(pair->SetExOrSigKeyObject(spec), pair->m_oLastError,
+  for (int16_t keySpec : {int16_t{0}, int16_t{3}, int16_t{-1}, int16_t{0x2400}}) {
+    SCOPED_TRACE(keySpec);
+    EXPECT_TRUE(FailedWith(pair->SetExOrSigKeyObject(keySpec), pair->m_oLastError,
                            KEY_ERROR_MUST_BE_EITHER_SIGNATURE_OR_EXCHANGE_KEY_PAIR_TYPE,
                            "QUIV.CRSAKeyPair.SetExOrSigKeyObject"));
   }
