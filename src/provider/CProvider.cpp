@@ -9,8 +9,11 @@
 #include "data/CMessagetext.h"
 #include "errors/ErrorTrap.h"
 #include "errors/QuivError.h"
+#include "keys/CSessionKey.h"
 #include "platform/PlatformSeam.h"
 #include "provider/CContainer.h"
+#include "signing/CHashValue.h"
+#include "signing/CRSAKeyPair.h"
 
 namespace quiv {
 
@@ -66,10 +69,13 @@ CProvider::~CProvider() {
 
 void CProvider::Initialize() {
   Trap(m_oLastError, u"QUIV.CProvider.Class_Initialize", [&] {
-    // Working objects in their fixed order: container, message text, then session key,
-    // exchange pair, signature pair and hash value as those classes arrive.
+    // Working objects in their fixed order.
     Filled(m_oContainer);
     Filled(m_oMessageText);
+    Filled(m_oSessionKey);
+    Filled(m_oExKeyPair);
+    Filled(m_oSigKeyPair);
+    Filled(m_oHash);
     m_sWinVer = GetSystemVersionCode();
     m_oLastError = MakeRef<CErrHandler>();
   });
@@ -255,14 +261,14 @@ bool CProvider::GetProviderImplementation(String& o_lImpType) {
 
 Variant CProvider::Clear() {
   const bool done = Trap(m_oLastError, u"QUIV.CProvider.Clear", [&] {
-    // Keys and hashes go before the context that made them. In order: exchange pair
-    // (KEY_ERROR_UNABLE_TO_CLEAR_OBJECT_OF_KEY_HANDLES), hash value
-    // (HASH_ERROR_UNABLE_TO_CLEAR_HASH_OBJECT), message text
-    // (MESSAGETEXT_ERROR_UNABLE_TO_CLEAR_MESSAGETEXT_OBJECT), session key and signature pair
-    // (KEY_ERROR_UNABLE_TO_CLEAR_OBJECT_OF_KEY_HANDLES). The container keeps no state to clear.
+    // Keys and hashes go before the context that made them; the container keeps no state.
+    if (!Filled(m_oExKeyPair)->Clear()) RaiseQuiv(KEY_ERROR_UNABLE_TO_CLEAR_OBJECT_OF_KEY_HANDLES);
+    if (!Filled(m_oHash)->Clear()) RaiseQuiv(HASH_ERROR_UNABLE_TO_CLEAR_HASH_OBJECT);
     if (!Filled(m_oMessageText)->Clear()) {
       RaiseQuiv(MESSAGETEXT_ERROR_UNABLE_TO_CLEAR_MESSAGETEXT_OBJECT);
     }
+    if (!Filled(m_oSessionKey)->Clear()) RaiseQuiv(KEY_ERROR_UNABLE_TO_CLEAR_OBJECT_OF_KEY_HANDLES);
+    if (!Filled(m_oSigKeyPair)->Clear()) RaiseQuiv(KEY_ERROR_UNABLE_TO_CLEAR_OBJECT_OF_KEY_HANDLES);
     if (m_fHasContext && !Platform().CryptReleaseContext(m_hProvider, 0)) {
       m_fHasContext = false;
       RaiseQuiv(PROVIDER_ERROR_UNABLE_TO_RELEASE_CONTEXT);
@@ -275,9 +281,13 @@ Variant CProvider::Clear() {
 bool CProvider::Terminate() {
   return Trap(m_oLastError, u"QUIV.CProvider.Class_Terminate", [&] {
     // Release order: container, message text, session key, exchange pair, signature pair, hash
-    // value (the last five join with their classes), then the context and the record.
+    // value, then the context and the record.
     Release(m_oContainer);
     Release(m_oMessageText);
+    Release(m_oSessionKey);
+    Release(m_oExKeyPair);
+    Release(m_oSigKeyPair);
+    Release(m_oHash);
     if (m_fHasContext) {
       if (!Platform().CryptReleaseContext(m_hProvider, 0)) {
         RaiseQuiv(GENERAL_ERROR_UNABLE_TO_RELASE_CONTEXT);
@@ -312,6 +322,42 @@ bool CProvider::GetMessageTextObject(Ref<CMessagetext>& o_oMessageText) {
     if (!m_fHasContext) RaiseQuiv(GENERAL_ERROR_NO_CONTEXT);
     o_oMessageText = Filled(m_oMessageText);
   });
+}
+
+bool CProvider::GetSessionKeyObject(Ref<CSessionKey>& o_oSessionKey) {
+  // The container's name in the source is how callers and logs have always seen it.
+  return Trap(m_oLastError, u"QUIV.CContainer.GetSessionKeyObject", [&] {
+    if (!m_fHasContext) RaiseQuiv(GENERAL_ERROR_NO_CONTEXT);
+    o_oSessionKey = Filled(m_oSessionKey);
+  });
+}
+
+bool CProvider::GetExchangeKeyPairObject(Ref<CRSAKeyPair>& o_oExKeyPair) {
+  return Trap(m_oLastError, u"QUIV.CContainer.GetExchangeKeyPairObject", [&] {
+    if (!m_fHasContext) RaiseQuiv(GENERAL_ERROR_NO_CONTEXT);
+    Ref<CRSAKeyPair>& pair = Filled(m_oExKeyPair);
+    // The role is set again at every hand-out.
+    if (!pair->SetExOrSigKeyObject(static_cast<int16_t>(m_oConst.AT_KEYEXCHANGE()))) {
+      RaiseQuiv(KEY_ERROR_UNABLE_TO_SET_AS_EXCHANGE_OR_SIGNATURE_KEY_PAIR);
+    }
+    o_oExKeyPair = pair;
+  });
+}
+
+bool CProvider::GetSignatureKeyPairObject(Ref<CRSAKeyPair>& o_oSigKeyPair) {
+  // No context check here, unlike the exchange pair: callers rely on getting it before loading.
+  return Trap(m_oLastError, u"QUIV.CContainer.GetSignatureKeyPairObject", [&] {
+    Ref<CRSAKeyPair>& pair = Filled(m_oSigKeyPair);
+    if (!pair->SetExOrSigKeyObject(static_cast<int16_t>(m_oConst.AT_SIGNATURE()))) {
+      RaiseQuiv(KEY_ERROR_UNABLE_TO_SET_AS_EXCHANGE_OR_SIGNATURE_KEY_PAIR);
+    }
+    o_oSigKeyPair = pair;
+  });
+}
+
+bool CProvider::GetHashValueObject(Ref<CHashValue>& o_oHash) {
+  return Trap(m_oLastError, u"QUIV.Provider.GetHashValueObject",
+              [&] { o_oHash = Filled(m_oHash); });
 }
 
 BOOL CProvider::CallAcquire(HCRYPTPROV& io_hProv, const String& i_sContainer,

@@ -14,9 +14,8 @@
 // and HasContext() whenever they call the platform, so a re-acquired context is seen by all.
 // Single-threaded: one provider and its children belong to one thread at a time.
 //
-// Working objects held today: the container, the message text and the constants catalogue. The
-// session key, exchange and signature key pairs and the hash value get their slots (and their
-// places in Clear and termination, marked in the source) when their classes exist.
+// Working objects: the container, the message text, the session key, the exchange and the
+// signature key pairs, the hash value and the constants catalogue.
 #ifndef QUIV_PROVIDER_CPROVIDER_H
 #define QUIV_PROVIDER_CPROVIDER_H
 
@@ -38,7 +37,10 @@
 namespace quiv {
 
 class CContainer;
+class CHashValue;
 class CMessagetext;
+class CRSAKeyPair;
+class CSessionKey;
 
 class QUIV_API CProvider final : public Object {
  public:
@@ -86,6 +88,18 @@ class QUIV_API CProvider final : public Object {
   bool GetContainerObject(Ref<CContainer>& o_oContainer);
   // The provider's own message text (GENERAL_ERROR_NO_CONTEXT without a context).
   bool GetMessageTextObject(Ref<CMessagetext>& o_oMessageText);
+  // The session key (GENERAL_ERROR_NO_CONTEXT; source "QUIV.CContainer.GetSessionKeyObject").
+  bool GetSessionKeyObject(Ref<CSessionKey>& o_oSessionKey);
+  // The exchange pair, made an AT_KEYEXCHANGE pair at every hand-out (GENERAL_ERROR_NO_CONTEXT,
+  // KEY_ERROR_UNABLE_TO_SET_AS_EXCHANGE_OR_SIGNATURE_KEY_PAIR; source
+  // "QUIV.CContainer.GetExchangeKeyPairObject").
+  bool GetExchangeKeyPairObject(Ref<CRSAKeyPair>& o_oExKeyPair);
+  // The signature pair, made an AT_SIGNATURE pair; needs no context (source
+  // "QUIV.CContainer.GetSignatureKeyPairObject").
+  bool GetSignatureKeyPairObject(Ref<CRSAKeyPair>& o_oSigKeyPair);
+  // The hash value; needs no context and always succeeds (source
+  // "QUIV.Provider.GetHashValueObject").
+  bool GetHashValueObject(Ref<CHashValue>& o_oHash);
 
   // --- Internal (the library's classes only) ---
 
@@ -134,8 +148,10 @@ class QUIV_API CProvider final : public Object {
   bool m_fTerminated = false;
   Ref<CContainer> m_oContainer;
   Ref<CMessagetext> m_oMessageText;
-  // m_oSessionKey (CSessionKey), m_oExKeyPair and m_oSigKeyPair
-  // (CRSAKeyPair), m_oHash (CHashValue) join here with their classes.
+  Ref<CSessionKey> m_oSessionKey;
+  Ref<CRSAKeyPair> m_oExKeyPair;
+  Ref<CRSAKeyPair> m_oSigKeyPair;
+  Ref<CHashValue> m_oHash;
   const CConstQUIV m_oConst{};  // stateless: every platform constant is read from it at use
   String m_sWinVer;
 };

@@ -10,8 +10,12 @@
 #include "constants/CConstQUIV.h"
 #include "data/CMessagetext.h"
 #include "errors/QuivError.h"
+#include "keys/CSessionKey.h"
 #include "provider/CContainer.h"
 #include "provider/CProvider.h"
+#include "signing/CHashValue.h"
+#include "signing/CRSAKeyPair.h"
+#include "signing/SigningEnums.h"
 #include "support/RecordMatchers.h"
 #include "support/TempKeyStore.h"
 
@@ -45,6 +49,69 @@ TEST_F(CProviderFactoryTest, WithoutAContextTheContextBoundHandOutsFail) {
   EXPECT_TRUE(FailedWith(provider->GetMessageTextObject(message), Record(),
                          GENERAL_ERROR_NO_CONTEXT, "QUIV.CProvider.GetMessageTextObject"));
   EXPECT_TRUE(message.IsNothing());
+  Ref<CSessionKey> key;
+  EXPECT_TRUE(FailedWith(provider->GetSessionKeyObject(key), Record(), GENERAL_ERROR_NO_CONTEXT,
+                         "QUIV.CContainer.GetSessionKeyObject"));
+  EXPECT_TRUE(key.IsNothing());
+  Ref<CRSAKeyPair> exchange;
+  EXPECT_TRUE(FailedWith(provider->GetExchangeKeyPairObject(exchange), Record(),
+                         GENERAL_ERROR_NO_CONTEXT, "QUIV.CContainer.GetExchangeKeyPairObject"));
+  EXPECT_TRUE(exchange.IsNothing());
+}
+
+TEST_F(CProviderFactoryTest, TheHashAndTheSignaturePairNeedNoContext) {
+  Ref<CHashValue> hash;
+  EXPECT_TRUE(provider->GetHashValueObject(hash));
+  EXPECT_FALSE(hash.IsNothing());
+  Ref<CRSAKeyPair> signature;
+  EXPECT_TRUE(provider->GetSignatureKeyPairObject(signature));
+  ASSERT_FALSE(signature.IsNothing());
+  int16_t contents = 0;
+  ASSERT_TRUE(signature->GetKeyPairContents(contents));
+  EXPECT_EQ(contents, NOKEYS);
+}
+
+TEST_F(CProviderFactoryTest, EachWorkingObjectIsOneInstance) {
+  ASSERT_TRUE(provider->LoadProvider());
+  Ref<CSessionKey> key1, key2;
+  ASSERT_TRUE(provider->GetSessionKeyObject(key1));
+  ASSERT_TRUE(provider->GetSessionKeyObject(key2));
+  EXPECT_TRUE(key1 == key2);
+  ASSERT_TRUE(key1->GenerateSessionKey());
+  HCRYPTKEY handle = 0;
+  EXPECT_TRUE(key2->GetKeyHandle(handle));
+  EXPECT_NE(handle, 0u);
+  Ref<CRSAKeyPair> ex1, ex2, sig;
+  ASSERT_TRUE(provider->GetExchangeKeyPairObject(ex1));
+  ASSERT_TRUE(provider->GetExchangeKeyPairObject(ex2));
+  ASSERT_TRUE(provider->GetSignatureKeyPairObject(sig));
+  EXPECT_TRUE(ex1 == ex2);
+  EXPECT_FALSE(ex1 == sig);
+  Ref<CHashValue> h1, h2;
+  ASSERT_TRUE(provider->GetHashValueObject(h1));
+  ASSERT_TRUE(provider->GetHashValueObject(h2));
+  EXPECT_TRUE(h1 == h2);
+}
+
+TEST_F(CProviderFactoryTest, ClearEmptiesTheKeysButKeepsTheObjects) {
+  ASSERT_TRUE(provider->LoadProvider());
+  Ref<CSessionKey> key;
+  ASSERT_TRUE(provider->GetSessionKeyObject(key));
+  ASSERT_TRUE(key->GenerateSessionKey());
+  Ref<CMessagetext> message;
+  ASSERT_TRUE(provider->GetMessageTextObject(message));
+  ASSERT_TRUE(message->LoadMessageText(u"0102", STRING_HEX));
+  Ref<CHashValue> hash;
+  ASSERT_TRUE(provider->GetHashValueObject(hash));
+  ASSERT_TRUE(hash->Hash(message));
+  ASSERT_TRUE(provider->Clear().ToBoolean());
+  HCRYPTKEY handle = 0;
+  EXPECT_FALSE(key->GetKeyHandle(handle));
+  ByteArray value;
+  EXPECT_FALSE(hash->GetHashValue(value));
+  // Usable again once a context is back.
+  ASSERT_TRUE(provider->LoadProvider());
+  EXPECT_TRUE(key->GenerateSessionKey());
 }
 
 TEST_F(CProviderFactoryTest, TheMessageTextIsOneInstanceSharedByEveryHandOut) {
@@ -100,8 +167,17 @@ TEST_F(CProviderFactoryTest, TerminationReleasesEveryChildsHoldOnTheProvider) {
   Ref<CContainer> container;
   ASSERT_TRUE(provider->GetMessageTextObject(message));
   ASSERT_TRUE(provider->GetContainerObject(container));
+  Ref<CSessionKey> key;
+  Ref<CRSAKeyPair> exchange, signature;
+  Ref<CHashValue> hash;
+  ASSERT_TRUE(provider->GetSessionKeyObject(key));
+  ASSERT_TRUE(provider->GetExchangeKeyPairObject(exchange));
+  ASSERT_TRUE(provider->GetSignatureKeyPairObject(signature));
+  ASSERT_TRUE(provider->GetHashValueObject(hash));
+  ASSERT_TRUE(key->GenerateSessionKey());
   EXPECT_GT(provider.UseCount(), 1);
   EXPECT_TRUE(provider->TerminateAll());
+  EXPECT_FALSE(provider->HasContext());
   EXPECT_EQ(provider.UseCount(), 1);
   // What the caller still holds stays a working object of its own.
   EXPECT_TRUE(message->LoadMessageText(u"01", STRING_HEX));
