@@ -11,6 +11,7 @@
 #include "errors/QuivError.h"
 #include "keys/CSessionKey.h"
 #include "platform/PlatformSeam.h"
+#include "provider/CAlgInfo.h"
 #include "provider/CContainer.h"
 #include "signing/CHashValue.h"
 #include "signing/CRSAKeyPair.h"
@@ -352,6 +353,19 @@ bool CProvider::GetSignatureKeyPairObject(Ref<CRSAKeyPair>& o_oSigKeyPair) {
       RaiseQuiv(KEY_ERROR_UNABLE_TO_SET_AS_EXCHANGE_OR_SIGNATURE_KEY_PAIR);
     }
     o_oSigKeyPair = pair;
+  });
+}
+
+bool CProvider::GetListOfAlgorithms(Ref<CAlgInfo>& o_oAlgInfo) {
+  return Trap(m_oLastError, u"QUIV.CProvider.GetListOfAlgorithms", [&] {
+    if (!m_fHasContext) RaiseQuiv(GENERAL_ERROR_NO_CONTEXT);
+    Dictionary items;
+    if (!GetProvParamList(m_oConst.PP_ENUMALGS_EX(), items, 0)) {
+      RaiseQuiv(PROVIDER_ERROR_UNABLE_TO_GET_LIST_OF_PROVIDER_PARAMS);
+    }
+    // A Nothing catalogue is the run time's error 91, recorded as it stands.
+    if (!o_oAlgInfo->SetAlgorithms(items))
+      RaiseQuiv(PROVIDER_ERROR_UNABLE_TO_ASSIGN_PARAMETER_ARRAY);
   });
 }
 

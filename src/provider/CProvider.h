@@ -36,6 +36,7 @@
 
 namespace quiv {
 
+class CAlgInfo;
 class CContainer;
 class CHashValue;
 class CMessagetext;
@@ -100,6 +101,10 @@ class QUIV_API CProvider final : public Object {
   // The hash value; needs no context and always succeeds (source
   // "QUIV.Provider.GetHashValueObject").
   bool GetHashValueObject(Ref<CHashValue>& o_oHash);
+  // Fills the caller's catalogue with every algorithm of the provider (GENERAL_ERROR_NO_CONTEXT,
+  // PROVIDER_ERROR_UNABLE_TO_GET_LIST_OF_PROVIDER_PARAMS, PROVIDER_ERROR_UNABLE_TO_ASSIGN_
+  // PARAMETER_ARRAY; a Nothing catalogue is run-time error 91).
+  bool GetListOfAlgorithms(Ref<CAlgInfo>& o_oAlgInfo);
 
   // --- Internal (the library's classes only) ---
 
