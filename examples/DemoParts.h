@@ -8,6 +8,10 @@ namespace quiv::demo {
 // algorithm list and a message round trip.
 void ShowProviderSession();
 
+// A key from a pass phrase encrypting and decrypting; then the typical request between a sender
+// and a recipient: encrypt, wrap the key, sign; verify, unwrap, decrypt.
+void ShowSessionKeys();
+
 }  // namespace quiv::demo
 
 #endif

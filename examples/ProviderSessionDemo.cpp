@@ -7,6 +7,7 @@
 #include "automation/Ref.h"
 #include "automation/String.h"
 #include "data/CMessagetext.h"
+#include "provider/CAlgInfo.h"
 #include "provider/CContainer.h"
 #include "provider/CProvider.h"
 // After any platform header: the catalogue's getters share their names with the C macros.
@@ -63,6 +64,21 @@ void ShowContainers(const Ref<CProvider>& provider) {
   std::printf("  deleted it again (found: %s)\n", exists ? "yes" : "no");
 }
 
+void ShowAlgorithms(const Ref<CProvider>& provider) {
+  Ref<CAlgInfo> algorithms = MakeRef<CAlgInfo>();
+  if (Failed(provider->GetListOfAlgorithms(algorithms), provider->m_oLastError)) return;
+  std::printf("  %d algorithms:\n", algorithms->AlgCount());
+  algorithms->MoveFirst();
+  while (!algorithms->Eof()) {
+    std::printf("    %-18s %-32s %5d bits (%d..%.0f)\n", Text(algorithms->AlgorithmCode()).c_str(),
+                Text(algorithms->LongAlgorithmName()).c_str(), algorithms->DefaultLength(),
+                algorithms->MinLength(), algorithms->MaxLength());
+    algorithms->MoveNext();
+  }
+  algorithms->FilterAlgorithms(HASHES);
+  std::printf("  of which hashes: %d\n", algorithms->AlgCount());
+}
+
 void ShowMessageRoundTrip(const Ref<CProvider>& provider) {
   Ref<CMessagetext> message;
   if (Failed(provider->GetMessageTextObject(message), provider->m_oLastError)) return;
@@ -96,6 +112,7 @@ void ShowProviderSession() {
   if (Failed(provider->LoadProvider(), provider->m_oLastError)) return;
   ShowFacts(provider);
   ShowContainers(provider);
+  ShowAlgorithms(provider);
   ShowMessageRoundTrip(provider);
   // The provider and its objects refer to each other: TerminateAll ends the session.
   provider->TerminateAll();

@@ -2,7 +2,8 @@
 //
 // 1. The provider through its C functions: derive a key from a pass phrase, encrypt and decrypt,
 //    hash, sign and verify with a key pair kept in a key container, list the containers.
-// 2. A provider session through the library's objects (ProviderSessionDemo.cpp).
+// 2. A provider session through the library's objects (ProviderSessionDemo.cpp), then session
+//    keys and the typical request between two parties (TypicalRequestDemo.cpp).
 // 3. The catalogues every class reads: constants, library error texts, platform error names.
 //
 // Key containers go to the user's store, or to $QUIV_KEY_STORE when that is set. The demo
@@ -182,6 +183,7 @@ int main() {
   std::printf("QUIV demo\n=========\n");
   ShowProviderAtWork();
   quiv::demo::ShowProviderSession();
+  quiv::demo::ShowSessionKeys();
   ShowCatalogues();
   ShowErrorRecord();
   return 0;
