@@ -1,5 +1,7 @@
 #include "data/CMessagetext.h"
 
+#include <utility>
+
 #include "data/CConvert.h"
 #include "errors/ErrorTrap.h"
 #include "errors/QuivError.h"
@@ -41,6 +43,11 @@ bool CMessagetext::GetMessageText(ByteArray& o_abMsgTxt) {
 
 bool CMessagetext::SetMessageText(const ByteArray& i_abMsgTxt) {
   return Trap(m_oLastError, u"QUIV.CMessageText.SetMessageText", [&] { m_abMessage = i_abMsgTxt; });
+}
+
+bool CMessagetext::SetMessageText(ByteArray&& i_abMsgTxt) {
+  return Trap(m_oLastError, u"QUIV.CMessageText.SetMessageText",
+              [&] { m_abMessage = std::move(i_abMsgTxt); });
 }
 
 bool CMessagetext::LoadMessageText(const String& i_sMessageText, DATA_FORMAT i_nLoadFormat) {

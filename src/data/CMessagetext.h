@@ -52,6 +52,8 @@ class QUIV_API CMessagetext final : public Object, public IHash {
   bool GetMessageText(ByteArray& o_abMsgTxt);
   // Copies the caller's array in as it stands, without any check.
   bool SetMessageText(const ByteArray& i_abMsgTxt);
+  // The same, taking over an array the caller no longer needs (no copy of a large message).
+  bool SetMessageText(ByteArray&& i_abMsgTxt);
   // Replaces the message by the data in its outside form (CConvert::LoadItem). False with
   // DATA_FORMAT_ERROR_UNABLE_TO_LOAD (source "QUIV.CMessagetext.LoadMessageText"); the converter's
   // cause is in its own record, and the buffer holds what the converter left in it.

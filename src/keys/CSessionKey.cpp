@@ -1,6 +1,7 @@
 #include "keys/CSessionKey.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "automation/RunTime.h"
@@ -576,7 +577,7 @@ bool CSessionKey::Encrypt(const Ref<CMessagetext>& i_oMsgTxt, int32_t& io_lAmoun
         } else {
           EncryptInPlace(final, data);
         }
-        if (!i_oMsgTxt->SetMessageText(data)) {
+        if (!i_oMsgTxt->SetMessageText(std::move(data))) {
           RaiseQuiv(MESSAGETEXT_ERROR_UNABLE_TO_SET_MESSAGETEXT);
         }
         Platform().SetLastError(0);
@@ -613,7 +614,7 @@ bool CSessionKey::Decrypt(const Ref<CMessagetext>& i_oMsgTxt, int32_t& io_lAmoun
           RaiseQuiv(MESSAGETEXT_ERROR_UNABLE_TO_DECRYPT);
         }
         data.ReDimPreserve(static_cast<int64_t>(length) - 1);
-        if (!i_oMsgTxt->SetMessageText(data)) {
+        if (!i_oMsgTxt->SetMessageText(std::move(data))) {
           RaiseQuiv(MESSAGETEXT_ERROR_UNABLE_TO_SET_MESSAGETEXT);
         }
       },
