@@ -3,6 +3,7 @@
 // table of the built shared library with `nm -D`.
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -66,15 +67,33 @@ TEST_F(ExportsTest, EveryCFunctionIsExportedUnmangled) {
   }
 }
 
+// Whether a mangled symbol names the identifier as a whole (its length prefix included), so that
+// a method such as GetSessionKeyObject does not count as the class KeyObject.
+bool NamesIdentifier(const std::string& symbol, const std::string& identifier) {
+  const std::string mangled = std::to_string(identifier.size()) + identifier;
+  for (size_t at = symbol.find(mangled); at != std::string::npos;
+       at = symbol.find(mangled, at + 1)) {
+    if (at == 0 || !std::isdigit(static_cast<unsigned char>(symbol[at - 1]))) return true;
+  }
+  return false;
+}
+
 TEST_F(ExportsTest, ProviderInternalsAreHidden) {
   // The last-error store, the handle tables and the entry points' helpers are not part of the
   // library's interface.
   for (const auto& [name, type] : m_symbols) {
-    EXPECT_EQ(name.find("ThreadLastError"), std::string::npos) << name;
-    EXPECT_EQ(name.find("HandleTable"), std::string::npos) << name;
-    EXPECT_EQ(name.find("ProviderContext"), std::string::npos) << name;
-    EXPECT_EQ(name.find("KeyObject"), std::string::npos) << name;
+    for (const char* internal :
+         {"ThreadLastError", "HandleTable", "ProviderContext", "KeyObject"}) {
+      EXPECT_FALSE(NamesIdentifier(name, internal)) << name;
+    }
   }
+}
+
+TEST(ExportsNamesTest, OnlyWholeIdentifiersCount) {
+  EXPECT_TRUE(NamesIdentifier("_ZN4quiv8platform9KeyObject5CloneEv", "KeyObject"));
+  EXPECT_FALSE(NamesIdentifier("_ZN4quiv11CRSAKeyPair19SetExOrSigKeyObjectEs", "KeyObject"));
+  EXPECT_FALSE(NamesIdentifier(
+      "_ZN4quiv9CProvider19GetSessionKeyObjectERNS_3RefINS_11CSessionKeyEEE", "KeyObject"));
 }
 
 TEST_F(ExportsTest, TheSeamIsExported) {
