@@ -20,16 +20,7 @@ namespace quiv {
 namespace {
 
 // Every test of this file runs without writing the application log.
-class QuietEnvironment final : public ::testing::Environment {
- public:
-  void SetUp() override { m_use = std::make_unique<platform::ScopedPlatformOverride>(m_quiet); }
-  void TearDown() override { m_use.reset(); }
-
- private:
-  test::QuietLog m_quiet;
-  std::unique_ptr<platform::ScopedPlatformOverride> m_use;
-};
-const auto* const kQuiet = ::testing::AddGlobalTestEnvironment(new QuietEnvironment);
+const auto* const kQuiet = ::testing::AddGlobalTestEnvironment(new test::QuietEnvironment);
 
 const CConstQUIV k;
 

@@ -33,16 +33,8 @@ const CConstQUIV k;
 const int16_t kExchange = static_cast<int16_t>(k.AT_KEYEXCHANGE());
 const int16_t kSignature = static_cast<int16_t>(k.AT_SIGNATURE());
 
-class QuietEnvironment final : public ::testing::Environment {
- public:
-  void SetUp() override { m_use = std::make_unique<platform::ScopedPlatformOverride>(m_quiet); }
-  void TearDown() override { m_use.reset(); }
-
- private:
-  test::QuietLog m_quiet;
-  std::unique_ptr<platform::ScopedPlatformOverride> m_use;
-};
-const auto* const kQuiet = ::testing::AddGlobalTestEnvironment(new QuietEnvironment);
+// Every test of this file runs without writing the application log.
+const auto* const kQuiet = ::testing::AddGlobalTestEnvironment(new test::QuietEnvironment);
 
 // ---- one-call fakes ----
 
