@@ -5,8 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
-#include <nlohmann/json.hpp>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,66 +13,21 @@
 #include "platform/ProviderInfo.h"
 #include "platform/RsaKey.h"
 #include "platform/SymmetricKey.h"
+#include "support/RsaPlatformHelpers.h"
 
 namespace quiv::platform {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-Bytes FromHex(const std::string& hex) {
-  Bytes out;
-  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-    out.push_back(static_cast<uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-  }
-  return out;
-}
-
-const nlohmann::json& Vectors() {
-  static const nlohmann::json doc = [] {
-    std::ifstream in(std::string(QUIV_TEST_DATA_DIR) + "/vectors/windows-csp.json");
-    return nlohmann::json::parse(in);
-  }();
-  return doc;
-}
-
-Bytes Shared(const std::string& name) {
-  return FromHex(Vectors().at("shared_inputs").at(name).at("hex").get<std::string>());
-}
-
-const nlohmann::json& Vector(const std::string& id) {
-  for (const auto& v : Vectors().at("vectors")) {
-    if (v.at("id") == id) return v;
-  }
-  throw std::runtime_error("no vector " + id);
-}
-
-const ProviderInfo& Enhanced() {
-  return *ProviderInfo::FindByName(MS_ENHANCED_PROV_A);
-}
-const ProviderInfo& Base() {
-  return *ProviderInfo::FindByName(MS_DEF_PROV_A);
-}
-
-template <class F>
-uint32_t ErrorOf(F&& f) {
-  try {
-    f();
-  } catch (const CspError& e) {
-    return e.code();
-  }
-  return 0;
-}
-constexpr uint32_t Code(long c) {
-  return static_cast<uint32_t>(c);
-}
-
-Bytes ToBytes(const SecureBytes& s) {
-  return Bytes(s.begin(), s.end());
-}
-
-std::unique_ptr<RsaKey> Pair(const char* name, DWORD flags = 0) {
-  return RsaKey::ImportPrivateBlob(Enhanced(), Shared(name), flags, nullptr);
-}
+using test::Base;
+using test::Code;
+using test::Enhanced;
+using test::ErrorOf;
+using test::FromHex;
+using test::Shared;
+using test::SharedPair;
+using test::ToBytes;
+using test::Vector;
 
 std::unique_ptr<SymmetricKey> Session(ALG_ID algid, const Bytes& bytes, DWORD flags) {
   return SymmetricKey::FromKeyBytes(Enhanced(), algid, bytes, flags,
@@ -124,7 +78,7 @@ TEST(KeyBlobTest, UnknownBlobTypeIsBadType) {
   Bytes blob = Shared("rsa512_keyx_public");
   blob[0] = 9;
   EXPECT_EQ(ErrorOf([&] { KeyBlob::Import(Enhanced(), blob, {}, 0); }), Code(NTE_BAD_TYPE));
-  auto key = Pair("rsa512_keyx_private");
+  auto key = SharedPair("rsa512_keyx_private");
   DWORD length = 0;
   EXPECT_EQ(ErrorOf([&] {
               KeyBlob::Export({nullptr, key.get()}, {}, 9, 0, nullptr, &length);
@@ -146,7 +100,7 @@ TEST(KeyBlobTest, DispatchesPublicAndPrivateBlobs) {
 }
 
 TEST(KeyBlobTest, ExportSizeRules) {
-  auto key = Pair("rsa512_keyx_private");
+  auto key = SharedPair("rsa512_keyx_private");
   DWORD length = 0;
   KeyBlob::Export({nullptr, key.get()}, {}, PUBLICKEYBLOB, 0, nullptr, &length);
   EXPECT_EQ(length, 84u);
@@ -170,7 +124,7 @@ TEST(KeyBlobTest, ExportSizeRules) {
 }
 
 TEST(KeyBlobTest, BlobTypeMustFitTheKey) {
-  auto pair = Pair("rsa512_keyx_private", CRYPT_EXPORTABLE);
+  auto pair = SharedPair("rsa512_keyx_private", CRYPT_EXPORTABLE);
   auto session = Session(CALG_RC4, Bytes(16, 7), CRYPT_EXPORTABLE);
   DWORD length = 0;
   EXPECT_EQ(ErrorOf([&] {
@@ -198,7 +152,7 @@ TEST(KeyBlobTest, BlobTypeMustFitTheKey) {
 
 TEST(KeyBlobTest, ImportsWindowsSimpleBlobAndDecrypts) {
   const auto& v = Vector("rsa.keyx1024.simpleblob_import_and_decrypt");
-  auto exchange = Pair("rsa1024_keyx_private");
+  auto exchange = SharedPair("rsa1024_keyx_private");
   const Bytes blob = Shared("simpleblob_rc4_56_under_rsa1024");
   ASSERT_EQ(blob.size(), v["inputs"]["import_length"].get<size_t>());
   ImportedKey imported = KeyBlob::Import(Enhanced(), blob, {nullptr, exchange.get()}, 0);
@@ -215,7 +169,7 @@ TEST(KeyBlobTest, ImportsWindowsSimpleBlobAndDecrypts) {
 }
 
 TEST(KeyBlobTest, SimpleBlobShorterThanModulusIsBadData) {
-  auto exchange = Pair("rsa1024_keyx_private");
+  auto exchange = SharedPair("rsa1024_keyx_private");
   const Bytes blob = Shared("simpleblob_rc4_56_under_rsa1024");
   const Bytes cut(blob.begin(), blob.begin() + 139);
   EXPECT_EQ(ErrorOf([&] {
@@ -226,7 +180,7 @@ TEST(KeyBlobTest, SimpleBlobShorterThanModulusIsBadData) {
 
 TEST(KeyBlobTest, SimpleBlobNeedsExchangePrivateKey) {
   const Bytes blob = Shared("simpleblob_rc4_56_under_rsa1024");
-  auto signature = Pair("rsa1024_sign_private_highbit");
+  auto signature = SharedPair("rsa1024_sign_private_highbit");
   auto publicOnly = RsaKey::ImportPublicBlob(Enhanced(), Shared("rsa1024_keyx_public_derived"), 0);
   EXPECT_EQ(ErrorOf([&] { KeyBlob::Import(Enhanced(), blob, {}, 0); }), Code(NTE_BAD_PUBLIC_KEY));
   EXPECT_EQ(ErrorOf([&] {
@@ -240,7 +194,7 @@ TEST(KeyBlobTest, SimpleBlobNeedsExchangePrivateKey) {
 }
 
 TEST(KeyBlobTest, SimpleBlobWithBadPaddingIsBadData) {
-  auto exchange = Pair("rsa512_pubexp1_private");
+  auto exchange = SharedPair("rsa512_pubexp1_private");
   Bytes block = Type2Block(64, Bytes(16, 0x33));
   block[1] = 0x01;  // type 1 is not an encryption block
   EXPECT_EQ(ErrorOf([&] {
@@ -259,7 +213,7 @@ TEST(KeyBlobTest, SimpleBlobWithBadPaddingIsBadData) {
 }
 
 TEST(KeyBlobTest, SimpleBlobOfNonSessionAlgorithmIsBadAlgid) {
-  auto exchange = Pair("rsa512_pubexp1_private");
+  auto exchange = SharedPair("rsa512_pubexp1_private");
   const Bytes blob = SimpleBlobWithBlock(CALG_RSA_SIGN, Type2Block(64, Bytes(16, 0x33)));
   EXPECT_EQ(ErrorOf([&] {
               KeyBlob::Import(Enhanced(), blob, {nullptr, exchange.get()}, 0);
@@ -268,7 +222,7 @@ TEST(KeyBlobTest, SimpleBlobOfNonSessionAlgorithmIsBadAlgid) {
 }
 
 TEST(KeyBlobTest, HandMadeType2BlockUnwrapsToItsKeyBytes) {
-  auto exchange = Pair("rsa512_pubexp1_private");
+  auto exchange = SharedPair("rsa512_pubexp1_private");
   const Bytes keyBytes = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
   ImportedKey imported =
       KeyBlob::Import(Enhanced(), SimpleBlobWithBlock(CALG_RC4, Type2Block(64, keyBytes)),
@@ -280,7 +234,7 @@ TEST(KeyBlobTest, HandMadeType2BlockUnwrapsToItsKeyBytes) {
 }
 
 TEST(KeyBlobTest, SimpleBlobExportLayout) {
-  auto exchange = Pair("rsa512_pubexp1_private");
+  auto exchange = SharedPair("rsa512_pubexp1_private");
   const Bytes keyBytes(16, 0xC3);
   auto session = Session(CALG_RC4, keyBytes, CRYPT_EXPORTABLE);
   DWORD length = 0;
@@ -302,7 +256,7 @@ TEST(KeyBlobTest, SimpleBlobExportLayout) {
 }
 
 TEST(KeyBlobTest, SimpleBlobRoundTripsThroughRealKey) {
-  auto exchange = Pair("rsa1024_keyx_private");
+  auto exchange = SharedPair("rsa1024_keyx_private");
   const Bytes keyBytes = {9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 1, 2, 3, 4, 5, 6};
   auto session = Session(CALG_RC4, keyBytes, CRYPT_EXPORTABLE);
   for (DWORD flags : {0u, static_cast<DWORD>(CRYPT_OAEP)}) {
@@ -315,7 +269,7 @@ TEST(KeyBlobTest, SimpleBlobRoundTripsThroughRealKey) {
 }
 
 TEST(KeyBlobTest, NonExportableSessionKeyIsRefused) {
-  auto exchange = Pair("rsa512_keyx_private");
+  auto exchange = SharedPair("rsa512_keyx_private");
   auto session = Session(CALG_RC4, Bytes(16, 1), 0);
   DWORD length = 0;
   EXPECT_EQ(ErrorOf([&] {
@@ -330,7 +284,7 @@ TEST(KeyBlobTest, NonExportableSessionKeyIsRefused) {
 }
 
 TEST(KeyBlobTest, SimpleBlobExportNeedsExchangeKey) {
-  auto signature = Pair("rsa512_sign_private");
+  auto signature = SharedPair("rsa512_sign_private");
   auto session = Session(CALG_RC4, Bytes(16, 1), CRYPT_EXPORTABLE);
   DWORD length = 0;
   EXPECT_EQ(ErrorOf([&] {
@@ -403,7 +357,7 @@ TEST(KeyBlobTest, PrivateBlobWrappedUnderSessionKeyRoundTrips) {
 }
 
 TEST(KeyBlobTest, PrivateBlobCannotBeUnwrappedByRsaKey) {
-  auto exchange = Pair("rsa512_keyx_private");
+  auto exchange = SharedPair("rsa512_keyx_private");
   EXPECT_EQ(
       ErrorOf([&] {
         KeyBlob::Import(Enhanced(), Shared("rsa512_sign_private"), {nullptr, exchange.get()}, 0);

@@ -7,69 +7,28 @@
 #include <openssl/bn.h>
 
 #include <algorithm>
-#include <fstream>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "platform/CspError.h"
 #include "platform/HashObject.h"
 #include "platform/ProviderInfo.h"
+#include "support/RsaPlatformHelpers.h"
 
 namespace quiv::platform {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-Bytes FromHex(const std::string& hex) {
-  Bytes out;
-  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-    out.push_back(static_cast<uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-  }
-  return out;
-}
-
-const nlohmann::json& Vectors() {
-  static const nlohmann::json doc = [] {
-    std::ifstream in(std::string(QUIV_TEST_DATA_DIR) + "/vectors/windows-csp.json");
-    return nlohmann::json::parse(in);
-  }();
-  return doc;
-}
-
-Bytes Shared(const std::string& name) {
-  return FromHex(Vectors().at("shared_inputs").at(name).at("hex").get<std::string>());
-}
-
-const nlohmann::json& Vector(const std::string& id) {
-  for (const auto& v : Vectors().at("vectors")) {
-    if (v.at("id") == id) return v;
-  }
-  throw std::runtime_error("no vector " + id);
-}
-
-const ProviderInfo& Enhanced() {
-  return *ProviderInfo::FindByName(MS_ENHANCED_PROV_A);
-}
-const ProviderInfo& Base() {
-  return *ProviderInfo::FindByName(MS_DEF_PROV_A);
-}
-const ProviderInfo& Strong() {
-  return *ProviderInfo::FindByName(MS_STRONG_PROV_A);
-}
-
-template <class F>
-uint32_t ErrorOf(F&& f) {
-  try {
-    f();
-  } catch (const CspError& e) {
-    return e.code();
-  }
-  return 0;
-}
-constexpr uint32_t Code(long c) {
-  return static_cast<uint32_t>(c);
-}
+using test::Base;
+using test::Code;
+using test::Enhanced;
+using test::ErrorOf;
+using test::FromHex;
+using test::Shared;
+using test::SharedPair;
+using test::Strong;
+using test::ToBytes;
+using test::Vector;
 
 DWORD GetDword(const RsaKey& key, DWORD param) {
   DWORD value = 0;
@@ -110,10 +69,6 @@ Bytes ModExpBigEndian(const Bytes& littleEndianValue, const Bytes& littleEndianM
 Bytes ModulusOf(const RsaKey& key) {
   const Bytes pub = key.ExportPublicBlob();
   return Bytes(pub.begin() + 20, pub.end());
-}
-
-Bytes ToBytes(const SecureBytes& s) {
-  return Bytes(s.begin(), s.end());
 }
 
 const Bytes kWineRocks = {'W', 'i', 'n', 'e', ' ', 'r', 'o', 'c', 'k', 's', '!', 0};
@@ -291,7 +246,7 @@ TEST(RsaKeyTest, KeyExchangePrivateBlobImportsAndGivesItsPublicBlob) {
     EXPECT_EQ(key->ExportPublicBlob(), Shared("rsa1024_keyx_public_derived"));
     EXPECT_EQ(ErrorOf([&] { key->ExportPrivateBlob(nullptr); }), Code(NTE_BAD_KEY_STATE));
   }
-  auto small = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_keyx_private"), 0, nullptr);
+  auto small = SharedPair("rsa512_keyx_private");
   EXPECT_EQ(small->ExportPublicBlob(), Shared("rsa512_keyx_public"));
 }
 
@@ -449,7 +404,7 @@ Bytes ExpectedBlock(size_t k, const Bytes& prefix, const Bytes& value) {
 }
 
 TEST(RsaKeyTest, SignatureBlocksCarryDigestInfoPerHash) {
-  auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_sign_private"), 0, nullptr);
+  auto key = SharedPair("rsa512_sign_private");
   const Bytes modulus = ModulusOf(*key);
   struct Case {
     ALG_ID algid;
@@ -475,7 +430,7 @@ TEST(RsaKeyTest, SignatureBlocksCarryDigestInfoPerHash) {
 }
 
 TEST(RsaKeyTest, Ssl3ShaMd5IsSignedWithoutPrefix) {
-  auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_sign_private"), 0, nullptr);
+  auto key = SharedPair("rsa512_sign_private");
   Bytes value(36);
   for (size_t i = 0; i < value.size(); ++i) value[i] = static_cast<uint8_t>(i * 7 + 1);
   auto hash = HashObject::Create(Enhanced(), CALG_SSL3_SHAMD5, nullptr, 0);
@@ -487,7 +442,7 @@ TEST(RsaKeyTest, Ssl3ShaMd5IsSignedWithoutPrefix) {
 TEST(RsaKeyTest, SignatureIsLittleEndianWithTrailingZeroForLeadingZero) {
   // Find a message whose signature is below 2^(8(k-1)): its big-endian form starts with 00, so
   // the little-endian output must end with 00 and still be k bytes long.
-  auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_sign_private"), 0, nullptr);
+  auto key = SharedPair("rsa512_sign_private");
   bool found = false;
   for (int i = 0; i < 5000 && !found; ++i) {
     const Bytes data = {static_cast<uint8_t>(i), static_cast<uint8_t>(i >> 8)};
@@ -502,8 +457,7 @@ TEST(RsaKeyTest, SignatureIsLittleEndianWithTrailingZeroForLeadingZero) {
 }
 
 TEST(RsaKeyTest, SignSizeRules) {
-  auto key =
-      RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa1024_sign_private_highbit"), 0, nullptr);
+  auto key = SharedPair("rsa1024_sign_private_highbit");
   auto hash = HashOf(CALG_MD5, kWineRocks);
   DWORD length = 0;
   key->Sign(*hash, nullptr, 0, nullptr, &length);
@@ -523,14 +477,14 @@ TEST(RsaKeyTest, SignSizeRules) {
 }
 
 TEST(RsaKeyTest, SigningFinishesTheHash) {
-  auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_sign_private"), 0, nullptr);
+  auto key = SharedPair("rsa512_sign_private");
   auto hash = HashOf(CALG_MD5, kWineRocks);
   SignWith(*key, *hash, 0);
   EXPECT_EQ(ErrorOf([&] { hash->HashData(kWineRocks, 0); }), Code(NTE_BAD_HASH_STATE));
 }
 
 TEST(RsaKeyTest, DescriptionIsHashedAsUtf16CodeUnits) {
-  auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_sign_private"), 0, nullptr);
+  auto key = SharedPair("rsa512_sign_private");
   auto withDescription = HashOf(CALG_SHA1, kWineRocks);
   const Bytes a = SignWith(*key, *withDescription, 0, u"d\u00e9");
   Bytes manual = kWineRocks;
@@ -549,7 +503,7 @@ TEST(RsaKeyTest, PublicKeyCannotSign) {
 }
 
 TEST(RsaKeyTest, KeyExchangePairCanSign) {
-  auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_keyx_private"), 0, nullptr);
+  auto key = SharedPair("rsa512_keyx_private");
   const Bytes sig = SignWith(*key, *HashOf(CALG_MD5, kWineRocks), 0);
   auto pub = RsaKey::ImportPublicBlob(Enhanced(), Shared("rsa512_keyx_public"), 0);
   EXPECT_NO_THROW(pub->Verify(*HashOf(CALG_MD5, kWineRocks), sig.data(), 64, nullptr, 0));
@@ -558,7 +512,7 @@ TEST(RsaKeyTest, KeyExchangePairCanSign) {
 // ---- RSA encryption ----
 
 TEST(RsaKeyTest, SignatureKeyCannotEncryptOrDecrypt) {
-  auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_sign_private"), 0, nullptr);
+  auto key = SharedPair("rsa512_sign_private");
   Bytes data(64, 1);
   DWORD length = 4;
   EXPECT_EQ(ErrorOf([&] { key->Encrypt(nullptr, true, 0, data.data(), &length, 64); }),
@@ -569,7 +523,7 @@ TEST(RsaKeyTest, SignatureKeyCannotEncryptOrDecrypt) {
 }
 
 TEST(RsaKeyTest, EncryptSizeQueryAndShortBuffer) {
-  auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa1024_keyx_private"), 0, nullptr);
+  auto key = SharedPair("rsa1024_keyx_private");
   DWORD length = 12;
   key->Encrypt(nullptr, true, 0, nullptr, &length, 0);
   EXPECT_EQ(length, 128u);
@@ -584,7 +538,7 @@ TEST(RsaKeyTest, EncryptSizeQueryAndShortBuffer) {
 }
 
 TEST(RsaKeyTest, EncryptRejectsMessageTooLongForPadding) {
-  auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_keyx_private"), 0, nullptr);
+  auto key = SharedPair("rsa512_keyx_private");
   Bytes data(64, 0x42);
   DWORD length = 64 - 10;
   EXPECT_EQ(ErrorOf([&] { key->Encrypt(nullptr, true, 0, data.data(), &length, 64); }),
@@ -601,7 +555,7 @@ TEST(RsaKeyTest, EncryptRejectsMessageTooLongForPadding) {
 
 TEST(RsaKeyTest, EncryptFramesType2BlockLittleEndian) {
   // With e = d = 1 the "ciphertext" is the padded block itself, byte-reversed.
-  auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_pubexp1_private"), 0, nullptr);
+  auto key = SharedPair("rsa512_pubexp1_private");
   Bytes data(64, 0);
   std::copy(kWineRocks.begin(), kWineRocks.end(), data.begin());
   DWORD length = static_cast<DWORD>(kWineRocks.size());
@@ -619,7 +573,7 @@ TEST(RsaKeyTest, EncryptFramesType2BlockLittleEndian) {
 
 TEST(RsaKeyTest, EncryptWithPublicKeyDecryptWithPair) {
   auto pub = RsaKey::ImportPublicBlob(Enhanced(), Shared("rsa1024_keyx_public_derived"), 0);
-  auto pair = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa1024_keyx_private"), 0, nullptr);
+  auto pair = SharedPair("rsa1024_keyx_private");
   for (DWORD flags : {0u, static_cast<DWORD>(CRYPT_OAEP)}) {
     Bytes data(128, 0);
     std::copy(kWineRocks.begin(), kWineRocks.end(), data.begin());
@@ -633,7 +587,7 @@ TEST(RsaKeyTest, EncryptWithPublicKeyDecryptWithPair) {
 }
 
 TEST(RsaKeyTest, EncryptAndDecryptFeedTheHash) {
-  auto pair = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_keyx_private"), 0, nullptr);
+  auto pair = SharedPair("rsa512_keyx_private");
   auto encryptHash = HashObject::Create(Enhanced(), CALG_MD5, nullptr, 0);
   auto decryptHash = HashObject::Create(Enhanced(), CALG_MD5, nullptr, 0);
   Bytes data(64, 0);
@@ -647,7 +601,7 @@ TEST(RsaKeyTest, EncryptAndDecryptFeedTheHash) {
 }
 
 TEST(RsaKeyTest, DecryptBadPaddingLeavesLengthUnchanged) {
-  auto pair = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_pubexp1_private"), 0, nullptr);
+  auto pair = SharedPair("rsa512_pubexp1_private");
   // e = 1: this little-endian block decrypts to 00 01 ... which is not type 2.
   Bytes block(64, 0xFF);
   block[0] = 0x00;
@@ -663,7 +617,7 @@ TEST(RsaKeyTest, DecryptBadPaddingLeavesLengthUnchanged) {
 }
 
 TEST(RsaKeyTest, DecryptedMessageLongerThanRoomFails) {
-  auto pair = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_keyx_private"), 0, nullptr);
+  auto pair = SharedPair("rsa512_keyx_private");
   Bytes data(64, 0);
   std::copy(kWineRocks.begin(), kWineRocks.end(), data.begin());
   DWORD length = 12;
@@ -691,8 +645,7 @@ TEST(RsaKeyTest, PublicKeyCannotDecrypt) {
 // ---- clone and stored form ----
 
 TEST(RsaKeyTest, CloneIsIndependent) {
-  auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_sign_private"), CRYPT_EXPORTABLE,
-                                       nullptr);
+  auto key = SharedPair("rsa512_sign_private", CRYPT_EXPORTABLE);
   auto copy = key->Clone();
   const DWORD fewer = 0x0C;
   copy->SetParam(KP_PERMISSIONS, reinterpret_cast<const BYTE*>(&fewer), 0);
@@ -703,8 +656,7 @@ TEST(RsaKeyTest, CloneIsIndependent) {
 
 TEST(RsaKeyTest, StoredFormRoundTripsKeyAndExportability) {
   for (DWORD flags : {0u, static_cast<DWORD>(CRYPT_EXPORTABLE)}) {
-    auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa1024_sign_private_highbit"), flags,
-                                         nullptr);
+    auto key = SharedPair("rsa1024_sign_private_highbit", flags);
     auto back = RsaKey::FromStoredForm(Enhanced(), key->StoredForm());
     EXPECT_EQ(back->algid(), static_cast<ALG_ID>(CALG_RSA_SIGN));
     EXPECT_EQ(back->exportable(), flags != 0);
@@ -713,7 +665,7 @@ TEST(RsaKeyTest, StoredFormRoundTripsKeyAndExportability) {
 }
 
 TEST(RsaKeyTest, DamagedStoredFormIsKeysetEntryBad) {
-  auto key = RsaKey::ImportPrivateBlob(Enhanced(), Shared("rsa512_sign_private"), 0, nullptr);
+  auto key = SharedPair("rsa512_sign_private");
   const SecureBytes stored = key->StoredForm();
   for (size_t cut : {size_t{0}, size_t{3}, size_t{8}, size_t{20}, stored.size() - 1}) {
     const Bytes truncated(stored.begin(), stored.begin() + static_cast<ptrdiff_t>(cut));
