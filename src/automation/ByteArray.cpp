@@ -1,5 +1,7 @@
 #include "automation/ByteArray.h"
 
+#include <algorithm>
+
 #include "automation/RunTime.h"
 #include "automation/String.h"
 
@@ -12,6 +14,10 @@ ByteArray ByteArray::FromString(const String& text) {
 void ByteArray::ReDimPreserve(int64_t upperBound) {
   if (upperBound < 0) RaiseRuntime(kErrSubscriptOutOfRange);
   m_bytes.resize(static_cast<size_t>(upperBound) + 1, 0);
+}
+
+void ByteArray::Wipe() {
+  std::fill(m_bytes.begin(), m_bytes.end(), uint8_t{0});
 }
 
 uint8_t& ByteArray::At(int64_t index) {

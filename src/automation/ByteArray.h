@@ -36,6 +36,11 @@ class QUIV_API ByteArray final {
   // Resizes to upperBound + 1 elements, keeping the leading bytes and zero-filling new ones.
   // A negative bound raises run-time error 9.
   void ReDimPreserve(int64_t upperBound);
+  // Makes room for `capacity` elements without changing the array, so that a later ReDimPreserve
+  // up to that size keeps the buffer (and its already touched pages).
+  void Reserve(size_t capacity) { m_bytes.reserve(capacity); }
+  // Zeroes every element, keeping the size.
+  void Wipe();
 
   uint8_t* data() { return m_bytes.data(); }
   const uint8_t* data() const { return m_bytes.data(); }

@@ -50,6 +50,11 @@ bool CMessagetext::SetMessageText(ByteArray&& i_abMsgTxt) {
               [&] { m_abMessage = std::move(i_abMsgTxt); });
 }
 
+bool CMessagetext::ExchangeMessageText(ByteArray& io_abMsgTxt) {
+  return Trap(m_oLastError, u"QUIV.CMessageText.SetMessageText",
+              [&] { std::swap(m_abMessage, io_abMsgTxt); });
+}
+
 bool CMessagetext::LoadMessageText(const String& i_sMessageText, DATA_FORMAT i_nLoadFormat) {
   return Trap(m_oLastError, u"QUIV.CMessagetext.LoadMessageText", [&] {
     CConvert converter;

@@ -74,6 +74,10 @@ class QUIV_API CMessagetext final : public Object, public IHash {
 
   // Ties the message to its provider (a counted reference).
   bool SetProvider(const Ref<CProvider>& i_oProvider);
+  // Exchanges the buffer with the caller's array in one step, without copying or allocating:
+  // the caller's array becomes the message and gets the old buffer back for reuse. Source
+  // "QUIV.CMessageText.SetMessageText", as it sets the message.
+  bool ExchangeMessageText(ByteArray& io_abMsgTxt);
   // Termination: drops the provider reference and the record.
   void Terminate();
 

@@ -542,6 +542,7 @@ void CSessionKey::EncryptInPlace(bool i_fFinal, ByteArray& io_abData) {
   Platform().SetLastError(0);
   if (!Platform().CryptEncrypt(m_hKey, 0, i_fFinal, 0, io_abData.data(), &length, capacity)) {
     if (LastPlatformError() != moreData) RaiseQuiv(GENERAL_ERROR_UNABLE_TO_GET_AVAILABLE_MEMORY);
+    io_abData.Reserve(length);  // exactly: the next message of this size fits without moving
     io_abData.ReDimPreserve(static_cast<int64_t>(length) - 1);
     capacity = static_cast<DWORD>(io_abData.size());
     length = initial;
@@ -555,9 +556,26 @@ void CSessionKey::EncryptInPlace(bool i_fFinal, ByteArray& io_abData) {
   io_abData.ReDimPreserve(static_cast<int64_t>(length) - 1);
 }
 
+// The result becomes the message by exchanging buffers, and the message's old buffer stays as
+// the next call's working array: a large message then costs one copy into memory the process
+// already has, instead of fresh pages (which the kernel must fault in and zero) on every call.
+// The old content is wiped first so that no plaintext lingers in the key object.
+void CSessionKey::HandOver(const Ref<CMessagetext>& i_oMsgTxt) {
+  if (!i_oMsgTxt->ExchangeMessageText(m_abWork)) {
+    RaiseQuiv(MESSAGETEXT_ERROR_UNABLE_TO_SET_MESSAGETEXT);
+  }
+  WipeWork();
+}
+
+void CSessionKey::WipeWork() {
+  m_abWork.Wipe();
+  m_abWork.Clear();
+}
+
 bool CSessionKey::Encrypt(const Ref<CMessagetext>& i_oMsgTxt, int32_t& io_lAmount) {
-  ByteArray data;  // the working array; the record shows what it held at the failure
-  return Trap(
+  ByteArray& data = m_abWork;  // the record shows what it held at the failure
+  data.Clear();
+  const bool ok = Trap(
       m_oLastError, u"QUIV.CSessionKey.Encrypt",
       [&] {
         RequireKey();
@@ -577,9 +595,7 @@ bool CSessionKey::Encrypt(const Ref<CMessagetext>& i_oMsgTxt, int32_t& io_lAmoun
         } else {
           EncryptInPlace(final, data);
         }
-        if (!i_oMsgTxt->SetMessageText(std::move(data))) {
-          RaiseQuiv(MESSAGETEXT_ERROR_UNABLE_TO_SET_MESSAGETEXT);
-        }
+        HandOver(i_oMsgTxt);
         Platform().SetLastError(0);
       },
       [&](CErrHandler& e) {
@@ -590,6 +606,8 @@ bool CSessionKey::Encrypt(const Ref<CMessagetext>& i_oMsgTxt, int32_t& io_lAmoun
         }
         e.AddParam(u"i_lAmount * i_lAmount", io_lAmount);
       });
+  if (!ok) WipeWork();
+  return ok;
 }
 
 bool CSessionKey::Encrypt(const Ref<CMessagetext>& i_oMsgTxt, const int32_t& i_lAmount) {
@@ -598,12 +616,13 @@ bool CSessionKey::Encrypt(const Ref<CMessagetext>& i_oMsgTxt, const int32_t& i_l
 }
 
 bool CSessionKey::Decrypt(const Ref<CMessagetext>& i_oMsgTxt, int32_t& io_lAmount) {
-  return Trap(
+  const bool ok = Trap(
       m_oLastError, u"QUIV.CSessionKey.Decrypt",
       [&] {
         RequireKey();
         SquareAmount(io_lAmount);
-        ByteArray data;
+        ByteArray& data = m_abWork;
+        data.Clear();
         if (!i_oMsgTxt->GetMessageText(data)) {
           RaiseQuiv(MESSAGETEXT_ERROR_UNABLE_TO_GET_MESSAGETEXT);
         }
@@ -614,11 +633,11 @@ bool CSessionKey::Decrypt(const Ref<CMessagetext>& i_oMsgTxt, int32_t& io_lAmoun
           RaiseQuiv(MESSAGETEXT_ERROR_UNABLE_TO_DECRYPT);
         }
         data.ReDimPreserve(static_cast<int64_t>(length) - 1);
-        if (!i_oMsgTxt->SetMessageText(std::move(data))) {
-          RaiseQuiv(MESSAGETEXT_ERROR_UNABLE_TO_SET_MESSAGETEXT);
-        }
+        HandOver(i_oMsgTxt);
       },
       [&](CErrHandler& e) { e.AddParam(u"i_lAmount * i_lAmount", io_lAmount); });
+  if (!ok) WipeWork();  // a wrong key's output is no one's business either
+  return ok;
 }
 
 bool CSessionKey::Decrypt(const Ref<CMessagetext>& i_oMsgTxt, const int32_t& i_lAmount) {

@@ -21,7 +21,9 @@
 // load, which clear first). Terminate leaves the key alone (call Clear first to destroy it); the
 // destructor destroys a key still held unless Terminate ran. It holds counted references to its
 // provider (a cycle the provider's TerminateAll breaks), its LastError record, and the converter
-// and key tools it makes on first use. Every platform call reads the provider's context afresh.
+// and key tools it makes on first use. Encrypt and Decrypt keep their working array (wiped, at
+// the size of the largest message so far) to reuse its memory; it goes with the object. Every
+// platform call reads the provider's context afresh.
 // Single-threaded, as its provider.
 #ifndef QUIV_KEYS_CSESSIONKEY_H
 #define QUIV_KEYS_CSESSIONKEY_H
@@ -175,6 +177,8 @@ class QUIV_API CSessionKey final : public Object, public IHash {
 
  private:
   void EncryptInPlace(bool i_fFinal, ByteArray& io_abData);
+  void HandOver(const Ref<CMessagetext>& i_oMsgTxt);
+  void WipeWork();
   void RequireKey() const;
   void RequireBlockCipher();
   int32_t BlockBytes();
@@ -196,6 +200,7 @@ class QUIV_API CSessionKey final : public Object, public IHash {
   bool m_fTerminated = false;
   Ref<CKeyTools> m_oKeyTools;
   Ref<CConvert> m_oConvert;
+  ByteArray m_abWork;  // Encrypt's and Decrypt's working array, kept for its memory
   const CConstQUIV m_oConst{};
 };
 

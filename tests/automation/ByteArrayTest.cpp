@@ -59,6 +59,27 @@ TEST(ByteArray, ReDimPreserveKeepsLeadingBytesAndZeroFills) {
   EXPECT_THAT([&] { bytes.ReDimPreserve(-1); }, RaisesRuntime(9));
 }
 
+TEST(ByteArray, ReserveKeepsTheContentAndLetsReDimPreserveStayInPlace) {
+  ByteArray bytes{1, 2, 3};
+  bytes.Reserve(64);
+  EXPECT_THAT(bytes.ToVector(), ElementsAre(1, 2, 3));
+  const uint8_t* const before = bytes.data();
+  bytes.ReDimPreserve(63);
+  EXPECT_EQ(bytes.data(), before);
+  EXPECT_EQ(bytes.UBound(), 63);
+  EXPECT_EQ(bytes[2], 3);
+  EXPECT_EQ(bytes[63], 0);
+}
+
+TEST(ByteArray, WipeZeroesEveryElementAndKeepsTheSize) {
+  ByteArray bytes{7, 8, 9, 10};
+  bytes.Wipe();
+  EXPECT_THAT(bytes.ToVector(), ElementsAre(0, 0, 0, 0));
+  ByteArray none(std::vector<uint8_t>{});
+  none.Wipe();
+  EXPECT_EQ(none.UBound(), -1);
+}
+
 TEST(ByteArray, CheckedIndexRaisesSubscriptOutOfRange) {
   ByteArray bytes{10, 20};
   EXPECT_EQ(bytes.At(1), 20);

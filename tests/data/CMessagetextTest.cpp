@@ -121,6 +121,20 @@ TEST_F(CMessagetextTest, TheCallerGetsCopiesNotTheBuffer) {
   EXPECT_EQ(again, (ByteArray{10, 20, 30}));
 }
 
+TEST_F(CMessagetextTest, ExchangeSwapsTheBuffersWithoutCopying) {
+  ASSERT_TRUE(message->SetMessageText(ByteArray{1, 2, 3}));
+  ByteArray next{4, 5, 6, 7};
+  const uint8_t* const nextBuffer = next.data();
+  ASSERT_TRUE(message->ExchangeMessageText(next));
+  EXPECT_EQ(next, (ByteArray{1, 2, 3}));
+  ByteArray now;
+  ASSERT_TRUE(message->GetMessageText(now));
+  EXPECT_EQ(now, (ByteArray{4, 5, 6, 7}));
+  // The message took over the very buffer: exchanging back returns it.
+  ASSERT_TRUE(message->ExchangeMessageText(next));
+  EXPECT_EQ(next.data(), nextBuffer);
+}
+
 TEST_F(CMessagetextTest, ACallersArrayWithNoElementsFailsTheLengthGettersAsTheRunTimeDoes) {
   // SetMessageText takes any array unchecked; reading byte 0 of one with no elements is the run
   // time's subscript error.

@@ -272,6 +272,27 @@ TEST_P(EveryProvider, DamagedCiphertextFailsAndLeavesTheMessageAsItWas) {
   EXPECT_EQ(Content(message), cut);
 }
 
+// The key reuses its working array from call to call; a long message before a short one (and
+// the other way round) must leave nothing of the earlier one in the result.
+TEST_P(EveryProvider, MessagesOfChangingLengthsThroughOneKeyStayApart) {
+  for (int32_t algId : {k.CALG_RC4(), k.CALG_DES()}) {
+    Ref<CSessionKey> key = MakeKey(algId, u"lengths");
+    Ref<CMessagetext> message = Message(Bytes(1000, 0x11));
+    ASSERT_TRUE(key->Encrypt(message)) << Message(key);
+    const ByteArray longCipher = Content(message);
+    ASSERT_TRUE(message->SetMessageText(Bytes(5, 0x22)));
+    ASSERT_TRUE(key->Encrypt(message)) << Message(key);
+    const ByteArray shortCipher = Content(message);
+    EXPECT_EQ(shortCipher.size(), algId == k.CALG_RC4() ? 5u : 8u);
+    ASSERT_TRUE(message->SetMessageText(longCipher));
+    ASSERT_TRUE(key->Decrypt(message)) << Message(key);
+    EXPECT_EQ(Content(message), Bytes(1000, 0x11));
+    ASSERT_TRUE(message->SetMessageText(shortCipher));
+    ASSERT_TRUE(key->Decrypt(message)) << Message(key);
+    EXPECT_EQ(Content(message), Bytes(5, 0x22));
+  }
+}
+
 TEST_P(EveryProvider, WithoutAKeyTheAmountIsNotSquared) {
   Ref<CSessionKey> key = MakeRef<CSessionKey>();
   ASSERT_TRUE(key->SetProvider(provider));
