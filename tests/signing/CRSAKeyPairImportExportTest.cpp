@@ -1,13 +1,12 @@
 // CRSAKeyPair import and export: PUBLICKEYBLOB and PRIVATEKEYBLOB in every outside form, the
 // key specification check on import, the container's own key, the unloadable flag, the
 // platform's refusals, and the bytes the key pair offers to hashing.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/RsaKeyPairFixture.h"  // first: wincrypt macros before the constants catalogue
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,22 +17,20 @@
 #include "keys/CSessionKey.h"
 #include "platform/ForwardingPlatform.h"
 #include "platform/PlatformSeam.h"
-#include "provider/CContainer.h"
 #include "provider/CProvider.h"
 #include "signing/CHashValue.h"
 #include "signing/CRSAKeyPair.h"
 #include "support/RecordMatchers.h"
-#include "support/TempKeyStore.h"
+#include "support/VectorFile.h"
 
 namespace quiv {
 namespace {
 
 namespace fs = std::filesystem;
 using test::FailedWith;
+using test::VectorFile;
 
 const CConstQUIV k;
-const int16_t kExchange = static_cast<int16_t>(k.AT_KEYEXCHANGE());
-const int16_t kSignature = static_cast<int16_t>(k.AT_SIGNATURE());
 
 // Every test of this file runs without writing the application log.
 const auto* const kQuiet = ::testing::AddGlobalTestEnvironment(new test::QuietEnvironment);
@@ -83,90 +80,25 @@ class FailingExport final : public platform::ForwardingPlatform {
   int m_failingCall;
 };
 
-// ---- helpers ----
+// ---- fixture: the default container's two 512-bit keys ----
 
-std::vector<uint8_t> FromHex(const String& hex) {
-  const std::string text = hex.ToUtf8();
-  std::vector<uint8_t> bytes;
-  for (size_t i = 0; i + 1 < text.size(); i += 2) {
-    bytes.push_back(static_cast<uint8_t>(std::stoi(text.substr(i, 2), nullptr, 16)));
-  }
-  return bytes;
-}
-
-class CRSAKeyPairImportExportTest : public ::testing::Test {
+class CRSAKeyPairImportExportTest : public test::RsaKeyPairFileFixture {
  protected:
   static void SetUpTestSuite() {
-    s_store = std::make_unique<test::TempKeyStore>();
-    s_provider = CProvider::Create();
-    ASSERT_TRUE(s_provider->SetProviderTypeID(k.PROV_RSA_FULL()));
-    ASSERT_TRUE(s_provider->LoadProvider());
+    RsaKeyPairFixture::SetUpTestSuite();
+    if (HasFatalFailure()) return;
     // The default container's two keys; no other test generates keys in it.
-    s_exchange = Pair(s_provider, kExchange);
-    ASSERT_TRUE(s_exchange->SetModulus(512));
-    ASSERT_TRUE(s_exchange->GenerateKeyPair());
-    s_signature = Pair(s_provider, kSignature);
-    ASSERT_TRUE(s_signature->SetModulus(512));
-    ASSERT_TRUE(s_signature->GenerateKeyPair());
+    s_exchange = Generated(kExchange);
+    s_signature = Generated(kSignature);
   }
   static void TearDownTestSuite() {
     s_exchange.SetNothing();
     s_signature.SetNothing();
-    s_provider->TerminateAll();
-    s_provider.SetNothing();
-    s_store.reset();
-  }
-  void SetUp() override {
-    m_dir = fs::temp_directory_path() /
-            ("quiv-rsablob-" + std::to_string(::getpid()) + "-" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::create_directories(m_dir);
-  }
-  void TearDown() override { fs::remove_all(m_dir); }
-
-  static Ref<CRSAKeyPair> Pair(const Ref<CProvider>& provider, int16_t keySpec) {
-    Ref<CRSAKeyPair> pair = MakeRef<CRSAKeyPair>();
-    EXPECT_TRUE(pair->SetProvider(provider));
-    EXPECT_TRUE(pair->SetExOrSigKeyObject(keySpec));
-    return pair;
-  }
-  static int16_t Contents(const Ref<CRSAKeyPair>& pair) {
-    int16_t contents = 0;
-    EXPECT_TRUE(pair->GetKeyPairContents(contents));
-    return contents;
-  }
-  static String PublicHex(const Ref<CRSAKeyPair>& pair) {
-    String hex;
-    EXPECT_TRUE(pair->UnloadPublicKey(hex, STRING_HEX));
-    return hex;
-  }
-  static String PrivateHex(const Ref<CRSAKeyPair>& pair) {
-    String hex;
-    EXPECT_TRUE(pair->UnloadPrivateKey(hex, STRING_HEX));
-    return hex;
-  }
-  static bool Shows(const Ref<CRSAKeyPair>& pair, const std::string& nameAndValue) {
-    return pair->m_oLastError->LastError().ToUtf8().find("(" + nameAndValue + ")") !=
-           std::string::npos;
-  }
-  String PathOf(const char* name) const { return String::FromUtf8((m_dir / name).string()); }
-  // A session key derived from a phrase (or none made when the phrase is empty).
-  static Ref<CSessionKey> SessionKey(int32_t algorithm, const String& phrase) {
-    Ref<CSessionKey> key = MakeRef<CSessionKey>();
-    EXPECT_TRUE(key->SetProvider(s_provider));
-    EXPECT_TRUE(key->SetKeyAlgorithmID(algorithm));
-    if (!phrase.IsEmpty()) {
-      EXPECT_TRUE(key->SetKeyPhrase(phrase));
-      EXPECT_TRUE(key->GenerateSessionKey());
-    }
-    return key;
+    RsaKeyPairFixture::TearDownTestSuite();
   }
 
-  static inline std::unique_ptr<test::TempKeyStore> s_store;
-  static inline Ref<CProvider> s_provider;
   static inline Ref<CRSAKeyPair> s_exchange;
   static inline Ref<CRSAKeyPair> s_signature;
-  fs::path m_dir;
 };
 
 // ---- public keys ----
@@ -182,7 +114,7 @@ TEST_F(CRSAKeyPairImportExportTest, APublicKeyBlobHasTheCryptoApiLayout) {
 
 TEST_F(CRSAKeyPairImportExportTest, AnUnloadedPublicKeyLoadsAsAPublicKeyAndExportsTheSame) {
   const String blob = PublicHex(s_signature);
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kSignature);
+  Ref<CRSAKeyPair> pair = Pair(kSignature);
   ASSERT_TRUE(pair->LoadPublicKey(blob, STRING_HEX));
   EXPECT_EQ(Contents(pair), PUBLIC_KEY);
   EXPECT_EQ(PublicHex(pair), blob);
@@ -192,19 +124,19 @@ TEST_F(CRSAKeyPairImportExportTest, AnUnloadedPublicKeyLoadsAsAPublicKeyAndExpor
 }
 
 TEST_F(CRSAKeyPairImportExportTest, AnExchangePublicKeyDoesNotLoadAsASignatureKey) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kSignature);
+  Ref<CRSAKeyPair> pair = Pair(kSignature);
   ASSERT_TRUE(pair->LoadPublicKey(PublicHex(s_signature), STRING_HEX));
   EXPECT_TRUE(FailedWith(pair->LoadPublicKey(PublicHex(s_exchange), STRING_HEX), pair->m_oLastError,
                          KEY_ERROR_WRONG_KEY_TYPE, "QUIV.CRSAKeyPair.LoadPublicKey"));
   EXPECT_EQ(Contents(pair), NOKEYS);  // cleared before the load
-  Ref<CRSAKeyPair> exchange = Pair(s_provider, kExchange);
+  Ref<CRSAKeyPair> exchange = Pair(kExchange);
   EXPECT_TRUE(FailedWith(exchange->LoadPublicKey(PublicHex(s_signature), STRING_HEX),
                          exchange->m_oLastError, KEY_ERROR_WRONG_KEY_TYPE,
                          "QUIV.CRSAKeyPair.LoadPublicKey"));
 }
 
 TEST_F(CRSAKeyPairImportExportTest, BlobsOfTheWrongKindAreRefused) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
+  Ref<CRSAKeyPair> pair = Pair(kExchange);
   EXPECT_TRUE(FailedWith(pair->LoadPublicKey(PrivateHex(s_exchange), STRING_HEX),
                          pair->m_oLastError, KEY_ERROR_WRONG_KEY_TYPE,
                          "QUIV.CRSAKeyPair.LoadPublicKey"));
@@ -216,7 +148,7 @@ TEST_F(CRSAKeyPairImportExportTest, BlobsOfTheWrongKindAreRefused) {
 }
 
 TEST_F(CRSAKeyPairImportExportTest, TextThatIsNoBlobIsRefusedBeforeTheKeyTools) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
+  Ref<CRSAKeyPair> pair = Pair(kExchange);
   EXPECT_TRUE(FailedWith(pair->LoadKeyPair(u"not hex", STRING_HEX), pair->m_oLastError,
                          DATA_FORMAT_ERROR_UNABLE_TO_CONVERT_DATA_TO_BYTE_ARRAY,
                          "QUIV.CRSAKeyPair.LoadKeyPair"));
@@ -226,7 +158,7 @@ TEST_F(CRSAKeyPairImportExportTest, TextThatIsNoBlobIsRefusedBeforeTheKeyTools) 
 }
 
 TEST_F(CRSAKeyPairImportExportTest, APublicKeyIsAlwaysImportedExportable) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kSignature);
+  Ref<CRSAKeyPair> pair = Pair(kSignature);
   ASSERT_TRUE(pair->SetUnloadable(false));
   RecordingImport recorder;
   platform::ScopedPlatformOverride use(recorder);
@@ -236,7 +168,7 @@ TEST_F(CRSAKeyPairImportExportTest, APublicKeyIsAlwaysImportedExportable) {
 }
 
 TEST_F(CRSAKeyPairImportExportTest, APublicKeyImportTheProviderRefusesLeavesNoKeys) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kSignature);
+  Ref<CRSAKeyPair> pair = Pair(kSignature);
   ASSERT_TRUE(pair->LoadPublicKey(PublicHex(s_signature), STRING_HEX));
   // A header that passes the checks over a body that is too short for its bit length.
   const String truncated = PublicHex(s_signature).Left(2 * 30);
@@ -247,7 +179,7 @@ TEST_F(CRSAKeyPairImportExportTest, APublicKeyImportTheProviderRefusesLeavesNoKe
 }
 
 TEST_F(CRSAKeyPairImportExportTest, UnloadingAPublicKeyNeedsAKey) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
+  Ref<CRSAKeyPair> pair = Pair(kExchange);
   String text = u"as given";
   EXPECT_TRUE(FailedWith(pair->UnloadPublicKey(text, STRING_HEX), pair->m_oLastError,
                          KEY_ERROR_KEY_PAIR_OBJECT_HAS_NO_KEYS,
@@ -263,7 +195,7 @@ TEST_F(CRSAKeyPairImportExportTest, AnUnloadedPrivateKeyLoadsAsTheSamePair) {
   const String blob = PrivateHex(s_exchange);
   EXPECT_EQ(blob.Left(16).ToUtf8(), "0702000000A40000");
   EXPECT_EQ(blob.Mid(17, 8).ToUtf8(), "52534132");  // "RSA2"
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
+  Ref<CRSAKeyPair> pair = Pair(kExchange);
   ASSERT_TRUE(pair->LoadKeyPair(blob, STRING_HEX));
   EXPECT_EQ(Contents(pair), KEY_PAIR);
   EXPECT_EQ(PrivateHex(pair), blob);
@@ -271,7 +203,7 @@ TEST_F(CRSAKeyPairImportExportTest, AnUnloadedPrivateKeyLoadsAsTheSamePair) {
 }
 
 TEST_F(CRSAKeyPairImportExportTest, ThePrivateKeyOfAPublicKeyOrOfNothingIsRefused) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kSignature);
+  Ref<CRSAKeyPair> pair = Pair(kSignature);
   String text = u"kept";
   EXPECT_TRUE(FailedWith(pair->UnloadPrivateKey(text, STRING_HEX), pair->m_oLastError,
                          KEY_ERROR_KEY_PAIR_OBJECT_DOES_NOT_HAVE_KEY_PAIR_HANDLE,
@@ -279,7 +211,7 @@ TEST_F(CRSAKeyPairImportExportTest, ThePrivateKeyOfAPublicKeyOrOfNothingIsRefuse
   EXPECT_TRUE(Shows(pair, "i_sKeyPair=kept"));
   EXPECT_TRUE(Shows(pair, "i_nUnloadFormat=2"));
   // A public key alone: the pair-handle check comes before the public-only one.
-  Ref<CRSAKeyPair> publicOnly = Pair(s_provider, kSignature);
+  Ref<CRSAKeyPair> publicOnly = Pair(kSignature);
   ASSERT_TRUE(publicOnly->LoadPublicKey(PublicHex(s_signature), STRING_HEX));
   EXPECT_TRUE(FailedWith(publicOnly->UnloadPrivateKey(text, STRING_HEX), publicOnly->m_oLastError,
                          KEY_ERROR_KEY_PAIR_OBJECT_DOES_NOT_HAVE_KEY_PAIR_HANDLE,
@@ -289,7 +221,7 @@ TEST_F(CRSAKeyPairImportExportTest, ThePrivateKeyOfAPublicKeyOrOfNothingIsRefuse
 
 TEST_F(CRSAKeyPairImportExportTest, AnUnloadablePairIsImportedWithoutTheExportFlag) {
   const String blob = PrivateHex(s_exchange);
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
+  Ref<CRSAKeyPair> pair = Pair(kExchange);
   {
     RecordingImport recorder;
     platform::ScopedPlatformOverride use(recorder);
@@ -316,11 +248,7 @@ TEST_F(CRSAKeyPairImportExportTest, AnUnloadablePairIsImportedWithoutTheExportFl
 
 TEST_F(CRSAKeyPairImportExportTest, AGeneratedUnloadablePairKeepsItsPrivateKeyInside) {
   Ref<CProvider> provider = CProvider::Create();
-  Ref<CContainer> container;
-  ASSERT_TRUE(provider->SetProviderTypeID(k.PROV_RSA_FULL()));
-  ASSERT_TRUE(provider->LoadProvider());
-  ASSERT_TRUE(provider->GetContainerObject(container));
-  ASSERT_TRUE(container->NewContainer(u"inside", SINGLE_USER));
+  ASSERT_TRUE(OpenNewContainer(provider, u"inside"));
   Ref<CRSAKeyPair> pair = Pair(provider, kSignature);
   ASSERT_TRUE(pair->SetUnloadable(false));
   ASSERT_TRUE(pair->SetModulus(512));
@@ -346,7 +274,7 @@ TEST_F(CRSAKeyPairImportExportTest, LoadingAPairNeedsAContext) {
 }
 
 TEST_F(CRSAKeyPairImportExportTest, APairImportTheProviderRefusesLeavesNoKeys) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
+  Ref<CRSAKeyPair> pair = Pair(kExchange);
   ASSERT_TRUE(pair->LoadKeyPair(PrivateHex(s_exchange), STRING_HEX));
   const String truncated = PrivateHex(s_exchange).Left(2 * 40);
   EXPECT_TRUE(FailedWith(pair->LoadKeyPair(truncated, STRING_HEX), pair->m_oLastError,
@@ -377,7 +305,7 @@ TEST_F(CRSAKeyPairImportExportTest, AWrappedPrivateKeyLoadsWithTheSameSessionKey
     EXPECT_NE(wrapped.Mid(17, 8), plain.Mid(17, 8));
     HCRYPTKEY sessionHandle = 0;
     ASSERT_TRUE(session->GetKeyHandle(sessionHandle));
-    Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
+    Ref<CRSAKeyPair> pair = Pair(kExchange);
     {
       RecordingImport recorder;
       platform::ScopedPlatformOverride use(recorder);
@@ -404,7 +332,7 @@ TEST_F(CRSAKeyPairImportExportTest, ASessionKeyWithoutAKeyCannotWrapOrUnwrap) {
                          s_exchange->m_oLastError, KEY_ERROR_UNABLE_TO_GET_SESSION_KEY_HANDLE,
                          "QUIV.CRSAKeyPair.UnloadPrivateKey"));
   EXPECT_EQ(text, String(u"kept"));
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
+  Ref<CRSAKeyPair> pair = Pair(kExchange);
   ASSERT_TRUE(pair->LoadKeyPair(PrivateHex(s_exchange), STRING_HEX));
   EXPECT_TRUE(FailedWith(pair->LoadKeyPair(PrivateHex(s_exchange), STRING_HEX, keyless),
                          pair->m_oLastError, KEY_ERROR_UNABLE_TO_GET_SESSION_KEY_HANDLE,
@@ -418,14 +346,14 @@ TEST_F(CRSAKeyPairImportExportTest, ASessionKeyWithoutAKeyCannotWrapOrUnwrap) {
 // ---- the key container ----
 
 TEST_F(CRSAKeyPairImportExportTest, TheContainersKeyLoadsAsAPairThroughEitherLoader) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
+  Ref<CRSAKeyPair> pair = Pair(kExchange);
   RecordingImport recorder;
   platform::ScopedPlatformOverride use(recorder);
   ASSERT_TRUE(pair->LoadKeyPair(u"ignored", CURRENT_KEY_CONTAINER));
   EXPECT_EQ(Contents(pair), KEY_PAIR);
   EXPECT_EQ(PublicHex(pair), PublicHex(s_exchange));
   // The public loader takes the container's pair too, and then holds the pair.
-  Ref<CRSAKeyPair> publicLoaded = Pair(s_provider, kSignature);
+  Ref<CRSAKeyPair> publicLoaded = Pair(kSignature);
   ASSERT_TRUE(publicLoaded->LoadPublicKey(String(), CURRENT_KEY_CONTAINER));
   EXPECT_EQ(Contents(publicLoaded), KEY_PAIR);
   EXPECT_FALSE(publicLoaded->PrivateKey().IsNothing());
@@ -435,11 +363,7 @@ TEST_F(CRSAKeyPairImportExportTest, TheContainersKeyLoadsAsAPairThroughEitherLoa
 
 TEST_F(CRSAKeyPairImportExportTest, AContainerWithoutTheKeyGivesNoHandle) {
   Ref<CProvider> provider = CProvider::Create();
-  Ref<CContainer> container;
-  ASSERT_TRUE(provider->SetProviderTypeID(k.PROV_RSA_FULL()));
-  ASSERT_TRUE(provider->LoadProvider());
-  ASSERT_TRUE(provider->GetContainerObject(container));
-  ASSERT_TRUE(container->NewContainer(u"empty", SINGLE_USER));
+  ASSERT_TRUE(OpenNewContainer(provider, u"empty"));
   Ref<CRSAKeyPair> pair = Pair(provider, kSignature);
   EXPECT_TRUE(FailedWith(pair->LoadKeyPair(String(), CURRENT_KEY_CONTAINER), pair->m_oLastError,
                          KEY_ERROR_UNABLE_TO_GET_RSA_KEY_PAIR_HANDLE,
@@ -457,21 +381,21 @@ TEST_F(CRSAKeyPairImportExportTest, AContainerWithoutTheKeyGivesNoHandle) {
 TEST_F(CRSAKeyPairImportExportTest, KeysTravelThroughFilesAndStrings) {
   for (DATA_FORMAT format : {FILE_BINARY, FILE_HEX, STRING_HEX, STRING_VB}) {
     SCOPED_TRACE(format);
-    String pub = format <= FILE_HEX ? PathOf("pub") : String();
-    String priv = format <= FILE_HEX ? PathOf("priv") : String();
+    String pub = format <= FILE_HEX ? PathString("pub") : String();
+    String priv = format <= FILE_HEX ? PathString("priv") : String();
     ASSERT_TRUE(s_exchange->UnloadPublicKey(pub, format));
     ASSERT_TRUE(s_exchange->UnloadPrivateKey(priv, format));
-    Ref<CRSAKeyPair> publicOnly = Pair(s_provider, kExchange);
+    Ref<CRSAKeyPair> publicOnly = Pair(kExchange);
     ASSERT_TRUE(publicOnly->LoadPublicKey(pub, format));
     EXPECT_EQ(PublicHex(publicOnly), PublicHex(s_exchange));
-    Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
+    Ref<CRSAKeyPair> pair = Pair(kExchange);
     ASSERT_TRUE(pair->LoadKeyPair(priv, format));
     EXPECT_EQ(PrivateHex(pair), PrivateHex(s_exchange));
     fs::remove(m_dir / "pub");
     fs::remove(m_dir / "priv");
   }
   // A binary file holds the blob's bytes.
-  String path = PathOf("raw");
+  String path = PathString("raw");
   ASSERT_TRUE(s_signature->UnloadPublicKey(path, FILE_BINARY));
   EXPECT_EQ(fs::file_size(m_dir / "raw"), 84u);
 }
@@ -492,8 +416,7 @@ TEST_F(CRSAKeyPairImportExportTest, ASizeQueryRefusedIsAMemoryFailureAndARefused
   {
     FailingExport failing(1);
     platform::ScopedPlatformOverride use(failing);
-    Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
-    ASSERT_TRUE(pair->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+    Ref<CRSAKeyPair> pair = ContainersPair(kExchange);
     EXPECT_TRUE(FailedWith(pair->UnloadPublicKey(text, STRING_HEX), pair->m_oLastError,
                            GENERAL_ERROR_UNABLE_TO_GET_AVAILABLE_MEMORY,
                            "QUIV.CRSAKeyPair.UnloadPublicKey"));
@@ -501,8 +424,7 @@ TEST_F(CRSAKeyPairImportExportTest, ASizeQueryRefusedIsAMemoryFailureAndARefused
   {
     FailingExport failing(2);
     platform::ScopedPlatformOverride use(failing);
-    Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
-    ASSERT_TRUE(pair->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+    Ref<CRSAKeyPair> pair = ContainersPair(kExchange);
     EXPECT_TRUE(FailedWith(pair->UnloadPrivateKey(text, STRING_HEX), pair->m_oLastError,
                            KEY_ERROR_CRYPTEXPORTKEY_FAILED, "QUIV.CRSAKeyPair.UnloadPrivateKey"));
   }
@@ -512,22 +434,21 @@ TEST_F(CRSAKeyPairImportExportTest, ASizeQueryRefusedIsAMemoryFailureAndARefused
 // ---- what the key pair offers to hashing ----
 
 TEST_F(CRSAKeyPairImportExportTest, TheViewsOfferTheirBlobsAsStringVbCarriesThem) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kSignature);
-  ASSERT_TRUE(pair->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> pair = ContainersPair(kSignature);
   ByteArray data;
   ASSERT_FALSE(pair->PublicKey().IsNothing());
   ASSERT_TRUE(pair->GetDataAsByteArray(data));
-  EXPECT_EQ(data.ToVector(), FromHex(PublicHex(pair)));
+  EXPECT_EQ(data.ToVector(), VectorFile::DecodeHex(PublicHex(pair).ToUtf8()));
   ASSERT_FALSE(pair->PrivateKey().IsNothing());
   ASSERT_TRUE(pair->GetDataAsByteArray(data));
-  EXPECT_EQ(data.ToVector(), FromHex(PrivateHex(pair)));
+  EXPECT_EQ(data.ToVector(), VectorFile::DecodeHex(PrivateHex(pair).ToUtf8()));
   int16_t what = 0;
   ASSERT_TRUE(pair->WhatToHash(what));
   EXPECT_EQ(what, PRIVATE_SIGNATURE_KEY);
 }
 
 TEST_F(CRSAKeyPairImportExportTest, NoViewOrNoKeyOffersNothing) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
+  Ref<CRSAKeyPair> pair = Pair(kExchange);
   ByteArray data{9};
   EXPECT_TRUE(FailedWith(pair->GetDataAsByteArray(data), pair->m_oLastError,
                          KEY_ERROR_KEY_PAIR_OBJECT_HAS_NO_KEYS,
@@ -540,8 +461,7 @@ TEST_F(CRSAKeyPairImportExportTest, NoViewOrNoKeyOffersNothing) {
 }
 
 TEST_F(CRSAKeyPairImportExportTest, APrivateViewKeptOverAPublicLoadOffersNoPrivateKey) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kSignature);
-  ASSERT_TRUE(pair->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> pair = ContainersPair(kSignature);
   ASSERT_FALSE(pair->PrivateKey().IsNothing());
   ASSERT_TRUE(pair->LoadPublicKey(PublicHex(s_signature), STRING_HEX));  // the view stays
   ByteArray data;
@@ -551,8 +471,7 @@ TEST_F(CRSAKeyPairImportExportTest, APrivateViewKeptOverAPublicLoadOffersNoPriva
 }
 
 TEST_F(CRSAKeyPairImportExportTest, AnExportFailureReachesTheHashingCallerAsAConversionFailure) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
-  ASSERT_TRUE(pair->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> pair = ContainersPair(kExchange);
   ASSERT_FALSE(pair->PublicKey().IsNothing());
   FailingExport failing(1);
   platform::ScopedPlatformOverride use(failing);
@@ -563,8 +482,7 @@ TEST_F(CRSAKeyPairImportExportTest, AnExportFailureReachesTheHashingCallerAsACon
 }
 
 TEST_F(CRSAKeyPairImportExportTest, HashingAPublicViewTwiceGivesTheHashOfItsBlob) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kSignature);
-  ASSERT_TRUE(pair->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> pair = ContainersPair(kSignature);
   auto hashOf = [](const Ref<IHash>& hashee) {
     Ref<CHashValue> hash = MakeRef<CHashValue>();
     EXPECT_TRUE(hash->SetProvider(s_provider));
@@ -588,8 +506,7 @@ TEST_F(CRSAKeyPairImportExportTest, HashingAPublicViewTwiceGivesTheHashOfItsBlob
 }
 
 TEST_F(CRSAKeyPairImportExportTest, AKeyPairWithoutAViewCannotBeHashed) {
-  Ref<CRSAKeyPair> pair = Pair(s_provider, kExchange);
-  ASSERT_TRUE(pair->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> pair = ContainersPair(kExchange);
   Ref<CHashValue> hash = MakeRef<CHashValue>();
   ASSERT_TRUE(hash->SetProvider(s_provider));
   EXPECT_TRUE(FailedWith(hash->Hash(pair), hash->m_oLastError,

@@ -3,19 +3,16 @@
 // PRIVATEKEYBLOB files the key pair unloads and writes blobs the key pair loads, verifies the
 // key pair's signatures once their byte order is reversed (CryptoAPI writes them
 // little-endian, PKCS #1 big-endian), and makes signatures the key pair verifies.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/RsaKeyPairFixture.h"  // first: wincrypt macros before the constants catalogue
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -27,7 +24,7 @@
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
 #include "support/RecordMatchers.h"
-#include "support/TempKeyStore.h"
+#include "support/VectorFile.h"
 
 namespace quiv {
 namespace {
@@ -35,10 +32,12 @@ namespace {
 namespace fs = std::filesystem;
 using Bytes = std::vector<uint8_t>;
 using test::FailedWith;
+using test::HexOf;
+using test::Message;
+using test::Reversed;
+using test::VectorFile;
 
 const CConstQUIV k;
-const int16_t kExchange = static_cast<int16_t>(k.AT_KEYEXCHANGE());
-const int16_t kSignature = static_cast<int16_t>(k.AT_SIGNATURE());
 
 // Every test of this file runs without writing the application log.
 const auto* const kQuiet = ::testing::AddGlobalTestEnvironment(new test::QuietEnvironment);
@@ -57,29 +56,6 @@ void WriteFile(const fs::path& path, const Bytes& bytes) {
              static_cast<std::streamsize>(bytes.size()));
 }
 
-std::string HexOf(const Bytes& bytes) {
-  static const char kDigits[] = "0123456789ABCDEF";
-  std::string text;
-  for (uint8_t b : bytes) {
-    text += kDigits[b >> 4];
-    text += kDigits[b & 15];
-  }
-  return text;
-}
-
-Bytes FromHex(const std::string& text) {
-  Bytes bytes;
-  for (size_t i = 0; i + 1 < text.size(); i += 2) {
-    bytes.push_back(static_cast<uint8_t>(std::stoi(text.substr(i, 2), nullptr, 16)));
-  }
-  return bytes;
-}
-
-Bytes Reversed(Bytes bytes) {
-  std::reverse(bytes.begin(), bytes.end());
-  return bytes;
-}
-
 // Runs an openssl command line; its exit status and what it wrote to stdout.
 struct CommandResult {
   int status;
@@ -95,63 +71,30 @@ CommandResult Openssl(const std::string& arguments) {
   return {::pclose(pipe), out};
 }
 
-Ref<CMessagetext> Message(const std::string& text) {
-  Ref<CMessagetext> message = MakeRef<CMessagetext>();
-  EXPECT_TRUE(message->SetMessageText(ByteArray(Bytes(text.begin(), text.end()))));
-  return message;
-}
-
-class CRSAKeyPairInteropTest : public ::testing::Test {
+class CRSAKeyPairInteropTest : public test::RsaKeyPairFileFixture {
  protected:
   static void SetUpTestSuite() {
-    s_store = std::make_unique<test::TempKeyStore>();
-    s_provider = CProvider::Create();
-    ASSERT_TRUE(s_provider->SetProviderTypeID(k.PROV_RSA_FULL()));
-    ASSERT_TRUE(s_provider->LoadProvider());
+    RsaKeyPairFixture::SetUpTestSuite();
+    if (HasFatalFailure()) return;
     s_signature = Generated(kSignature, 1024);
     s_exchange = Generated(kExchange, 512);
   }
   static void TearDownTestSuite() {
     s_signature.SetNothing();
     s_exchange.SetNothing();
-    s_provider->TerminateAll();
-    s_provider.SetNothing();
-    s_store.reset();
+    RsaKeyPairFixture::TearDownTestSuite();
   }
-  void SetUp() override {
-    m_dir = fs::temp_directory_path() /
-            ("quiv-rsainterop-" + std::to_string(::getpid()) + "-" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::create_directories(m_dir);
-  }
-  void TearDown() override { fs::remove_all(m_dir); }
 
-  static Ref<CRSAKeyPair> Pair(int16_t keySpec) {
-    Ref<CRSAKeyPair> pair = MakeRef<CRSAKeyPair>();
-    EXPECT_TRUE(pair->SetProvider(s_provider));
-    EXPECT_TRUE(pair->SetExOrSigKeyObject(keySpec));
-    return pair;
-  }
-  static Ref<CRSAKeyPair> Generated(int16_t keySpec, int32_t bits) {
-    Ref<CRSAKeyPair> pair = Pair(keySpec);
-    EXPECT_TRUE(pair->SetModulus(bits));
-    EXPECT_TRUE(pair->GenerateKeyPair());
-    return pair;
-  }
-  std::string PathOf(const char* name) const { return (m_dir / name).string(); }
   // The key pair's blobs as files for OpenSSL.
   void UnloadBoth(const Ref<CRSAKeyPair>& pair) {
-    String priv = String::FromUtf8(PathOf("ours.priv"));
-    String pub = String::FromUtf8(PathOf("ours.pub"));
+    String priv = PathString("ours.priv");
+    String pub = PathString("ours.pub");
     ASSERT_TRUE(pair->UnloadPrivateKey(priv, FILE_BINARY));
     ASSERT_TRUE(pair->UnloadPublicKey(pub, FILE_BINARY));
   }
 
-  static inline std::unique_ptr<test::TempKeyStore> s_store;
-  static inline Ref<CProvider> s_provider;
   static inline Ref<CRSAKeyPair> s_signature;
   static inline Ref<CRSAKeyPair> s_exchange;
-  fs::path m_dir;
 };
 
 // ---- blobs ----
@@ -212,7 +155,7 @@ TEST_F(CRSAKeyPairInteropTest, BlobsWrittenByOpensslLoadAsExchangeKeys) {
   const Bytes theirPublic = ReadFile(PathOf("theirs.pub"));
 
   Ref<CRSAKeyPair> pair = Pair(kExchange);
-  ASSERT_TRUE(pair->LoadKeyPair(String::FromUtf8(PathOf("theirs.priv")), FILE_BINARY));
+  ASSERT_TRUE(pair->LoadKeyPair(PathString("theirs.priv"), FILE_BINARY));
   int16_t contents = 0;
   ASSERT_TRUE(pair->GetKeyPairContents(contents));
   EXPECT_EQ(contents, KEY_PAIR);
@@ -224,7 +167,7 @@ TEST_F(CRSAKeyPairInteropTest, BlobsWrittenByOpensslLoadAsExchangeKeys) {
   EXPECT_EQ(modulus, 1024);
 
   Ref<CRSAKeyPair> publicOnly = Pair(kExchange);
-  ASSERT_TRUE(publicOnly->LoadPublicKey(String::FromUtf8(PathOf("theirs.pub")), FILE_BINARY));
+  ASSERT_TRUE(publicOnly->LoadPublicKey(PathString("theirs.pub"), FILE_BINARY));
   ASSERT_TRUE(publicOnly->GetKeyPairContents(contents));
   EXPECT_EQ(contents, PUBLIC_KEY);
   ASSERT_TRUE(publicOnly->UnloadPublicKey(hex, STRING_HEX));
@@ -232,9 +175,9 @@ TEST_F(CRSAKeyPairInteropTest, BlobsWrittenByOpensslLoadAsExchangeKeys) {
 
   // The exchange mark keeps them out of a signature key pair.
   Ref<CRSAKeyPair> signature = Pair(kSignature);
-  EXPECT_TRUE(FailedWith(
-      signature->LoadPublicKey(String::FromUtf8(PathOf("theirs.pub")), FILE_BINARY),
-      signature->m_oLastError, KEY_ERROR_WRONG_KEY_TYPE, "QUIV.CRSAKeyPair.LoadPublicKey"));
+  EXPECT_TRUE(FailedWith(signature->LoadPublicKey(PathString("theirs.pub"), FILE_BINARY),
+                         signature->m_oLastError, KEY_ERROR_WRONG_KEY_TYPE,
+                         "QUIV.CRSAKeyPair.LoadPublicKey"));
 }
 
 // ---- signatures ----
@@ -253,7 +196,7 @@ TEST_F(CRSAKeyPairInteropTest, OpensslVerifiesOurSignaturesOnceReversed) {
     String block;
     ASSERT_TRUE(
         s_signature->Sign(Message(kMessage), block, STRING_HEX, static_cast<int32_t>(algorithm)));
-    const Bytes littleEndian = FromHex(block.ToUtf8());
+    const Bytes littleEndian = VectorFile::DecodeHex(block.ToUtf8());
     ASSERT_EQ(littleEndian.size(), 128u);
     const std::string verify = std::string("dgst ") + digest + " -verify " + pubPem +
                                " -signature " + PathOf("sig") + " " + PathOf("message");
@@ -278,7 +221,7 @@ TEST_F(CRSAKeyPairInteropTest, WeVerifyOpensslSignaturesOnceReversed) {
       Openssl("rsa -in " + pem + " -pubout -outform MSBLOB -out " + PathOf("theirs.pub")).status,
       0);
   Ref<CRSAKeyPair> verifier = Pair(kExchange);
-  ASSERT_TRUE(verifier->LoadPublicKey(String::FromUtf8(PathOf("theirs.pub")), FILE_BINARY));
+  ASSERT_TRUE(verifier->LoadPublicKey(PathString("theirs.pub"), FILE_BINARY));
   WriteFile(PathOf("message"), Bytes(kMessage.begin(), kMessage.end()));
   for (auto [algorithm, digest] :
        {std::pair{k.CALG_MD5(), "-md5"}, std::pair{k.CALG_SHA1(), "-sha1"}}) {

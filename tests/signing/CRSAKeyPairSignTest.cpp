@@ -1,13 +1,14 @@
 // CRSAKeyPair signatures: Sign and VerifySignature through the key pair's own hash object, the
 // hash algorithm argument, the signee kinds, the wide and narrow entry points the version code
 // selects, and the platform's refusals, against the real software provider.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+
+// The fakes use wincrypt macros, which the constants catalogue the fixture includes takes away.
+#include "provider/ProviderFakes.h"
+#include "support/RsaKeyPairFixture.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <filesystem>
-#include <memory>
 #include <string>
 
 #include "automation/ByteArray.h"
@@ -17,48 +18,23 @@
 #include "keys/CSessionKey.h"
 #include "platform/ForwardingPlatform.h"
 #include "platform/PlatformSeam.h"
-#include "provider/CContainer.h"
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
 #include "support/RecordMatchers.h"
-#include "support/TempKeyStore.h"
 
 namespace quiv {
 namespace {
 
-namespace fs = std::filesystem;
 using test::FailedWith;
+using test::FakeVersion;
+using test::Message;
 
 const CConstQUIV k;
-const int16_t kExchange = static_cast<int16_t>(k.AT_KEYEXCHANGE());
-const int16_t kSignature = static_cast<int16_t>(k.AT_SIGNATURE());
 
 // Every test of this file runs without writing the application log.
 const auto* const kQuiet = ::testing::AddGlobalTestEnvironment(new test::QuietEnvironment);
 
 // ---- one-call fakes ----
-
-// Answers the version query with a chosen family (1 = the 9x family, 2 = NT), or fails it.
-class FakeVersion final : public platform::ForwardingPlatform {
- public:
-  FakeVersion(DWORD platformId, DWORD major, DWORD minor, bool fail = false)
-      : ForwardingPlatform(platform::Platform()),
-        m_id(platformId),
-        m_major(major),
-        m_minor(minor),
-        m_fail(fail) {}
-  BOOL GetVersionExA(OSVERSIONINFOA* info) override {
-    if (m_fail) return FALSE;
-    info->dwPlatformId = m_id;
-    info->dwMajorVersion = m_major;
-    info->dwMinorVersion = m_minor;
-    return TRUE;
-  }
-
- private:
-  DWORD m_id, m_major, m_minor;
-  bool m_fail;
-};
 
 // Counts the signature entry points of both forms.
 class CountingEntryPoints final : public platform::ForwardingPlatform {
@@ -119,70 +95,25 @@ class FailingVerify final : public platform::ForwardingPlatform {
 
 // ---- fixture: one provider, one 1024-bit signature pair in its container ----
 
-Ref<CMessagetext> Message(const std::string& text) {
-  Ref<CMessagetext> message = MakeRef<CMessagetext>();
-  EXPECT_TRUE(message->SetMessageText(ByteArray(std::vector<uint8_t>(text.begin(), text.end()))));
-  return message;
-}
-
-class CRSAKeyPairSignTest : public ::testing::Test {
+class CRSAKeyPairSignTest : public test::RsaKeyPairFileFixture {
  protected:
   static void SetUpTestSuite() {
-    s_store = std::make_unique<test::TempKeyStore>();
-    s_provider = CProvider::Create();
-    ASSERT_TRUE(s_provider->SetProviderTypeID(k.PROV_RSA_FULL()));
-    ASSERT_TRUE(s_provider->LoadProvider());
+    RsaKeyPairFixture::SetUpTestSuite();
+    if (HasFatalFailure()) return;
     // The container's signature key: Sign always uses the container's key of the object's key
     // specification, so no other test of this suite generates a signature key here.
-    s_signer = Pair(s_provider, kSignature);
-    ASSERT_TRUE(s_signer->SetModulus(1024));
-    ASSERT_TRUE(s_signer->GenerateKeyPair());
-    String blob;
-    ASSERT_TRUE(s_signer->UnloadPublicKey(blob, STRING_HEX));
-    s_verifier = Pair(s_provider, kSignature);
-    ASSERT_TRUE(s_verifier->LoadPublicKey(blob, STRING_HEX));
+    s_signer = Generated(kSignature, 1024);
+    s_verifier = Pair(kSignature);
+    ASSERT_TRUE(s_verifier->LoadPublicKey(PublicHex(s_signer), STRING_HEX));
   }
   static void TearDownTestSuite() {
     s_signer.SetNothing();
     s_verifier.SetNothing();
-    s_provider->TerminateAll();
-    s_provider.SetNothing();
-    s_store.reset();
+    RsaKeyPairFixture::TearDownTestSuite();
   }
-  void SetUp() override {
-    m_dir = fs::temp_directory_path() /
-            ("quiv-rsasign-" + std::to_string(::getpid()) + "-" +
-             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::create_directories(m_dir);
-  }
-  void TearDown() override { fs::remove_all(m_dir); }
 
-  static Ref<CRSAKeyPair> Pair(const Ref<CProvider>& provider, int16_t keySpec) {
-    Ref<CRSAKeyPair> pair = MakeRef<CRSAKeyPair>();
-    EXPECT_TRUE(pair->SetProvider(provider));
-    EXPECT_TRUE(pair->SetExOrSigKeyObject(keySpec));
-    return pair;
-  }
-  // Loads the provider with a fresh container of that name, so the suite's keys stay as they are.
-  static bool OpenNewContainer(const Ref<CProvider>& provider, const String& name) {
-    Ref<CContainer> container;
-    return provider->SetProviderTypeID(k.PROV_RSA_FULL()) && provider->LoadProvider() &&
-           provider->GetContainerObject(container) && container->NewContainer(name, SINGLE_USER);
-  }
-  static bool Verifies(const Ref<CRSAKeyPair>& pair, const Ref<IHash>& signee, const String& block,
-                       int32_t algorithm = -1, DATA_FORMAT format = STRING_HEX) {
-    bool valid = false;
-    EXPECT_TRUE(pair->VerifySignature(signee, block, format, valid, algorithm))
-        << pair->m_oLastError->m_lErrNumber;
-    return valid;
-  }
-  String PathOf(const char* name) const { return String::FromUtf8((m_dir / name).string()); }
-
-  static inline std::unique_ptr<test::TempKeyStore> s_store;
-  static inline Ref<CProvider> s_provider;
   static inline Ref<CRSAKeyPair> s_signer;
   static inline Ref<CRSAKeyPair> s_verifier;
-  fs::path m_dir;
 };
 
 // ---- the defaults ----
@@ -253,8 +184,7 @@ TEST_F(CRSAKeyPairSignTest, TheVerifierMustKnowTheHashAlgorithm) {
 // ---- the hash algorithm argument ----
 
 TEST_F(CRSAKeyPairSignTest, ACipherAlgorithmIsRefusedBySignAndByTheHashObjectInVerify) {
-  Ref<CRSAKeyPair> signer = Pair(s_provider, kSignature);
-  ASSERT_TRUE(signer->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> signer = ContainersPair(kSignature);
   Ref<CMessagetext> message = Message("rc4 is no hash");
   String block = u"untouched";
   const int32_t rc4 = static_cast<int32_t>(k.CALG_RC4());
@@ -286,20 +216,15 @@ TEST_F(CRSAKeyPairSignTest, APublicKeyVerifiesButCannotSign) {
 }
 
 TEST_F(CRSAKeyPairSignTest, AKeyPairWithoutAViewCannotBeSigned) {
-  Ref<CRSAKeyPair> subject = Pair(s_provider, kExchange);
-  ASSERT_TRUE(subject->SetModulus(512));
-  ASSERT_TRUE(subject->GenerateKeyPair());
+  Ref<CRSAKeyPair> subject = Generated(kExchange);
   String block;
-  Ref<CRSAKeyPair> signer = Pair(s_provider, kSignature);
-  ASSERT_TRUE(signer->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> signer = ContainersPair(kSignature);
   EXPECT_TRUE(FailedWith(signer->Sign(subject, block, STRING_HEX), signer->m_oLastError,
                          SIGNATURE_ERROR_WHAT_TO_SIGN_NOT_SPECIFIED, "QUIV.CRSAKeyPair.Sign"));
 }
 
 TEST_F(CRSAKeyPairSignTest, AKeyPairsPublicViewIsSignedAsItsBlob) {
-  Ref<CRSAKeyPair> subject = Pair(s_provider, kExchange);
-  ASSERT_TRUE(subject->SetModulus(512));
-  ASSERT_TRUE(subject->GenerateKeyPair());
+  Ref<CRSAKeyPair> subject = Generated(kExchange);
   String block;
   ASSERT_TRUE(s_signer->Sign(subject->PublicKey(), block, STRING_HEX));
   EXPECT_TRUE(Verifies(s_verifier, subject->PublicKey(), block));
@@ -317,12 +242,10 @@ TEST_F(CRSAKeyPairSignTest, AOneByteMessageIsNoDataAndAnEmptyOneHasNone) {
   String block;
   Ref<CMessagetext> oneByte = MakeRef<CMessagetext>();
   ASSERT_TRUE(oneByte->SetMessageText(ByteArray{65}));
-  Ref<CRSAKeyPair> signer = Pair(s_provider, kSignature);
-  ASSERT_TRUE(signer->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> signer = ContainersPair(kSignature);
   EXPECT_TRUE(FailedWith(signer->Sign(oneByte, block, STRING_HEX), signer->m_oLastError,
                          HASH_ERROR_UNABLE_TO_HASH_THE_DATA, "QUIV.CRSAKeyPair.Sign"));
-  Ref<CRSAKeyPair> other = Pair(s_provider, kSignature);
-  ASSERT_TRUE(other->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> other = ContainersPair(kSignature);
   EXPECT_TRUE(FailedWith(other->Sign(MakeRef<CMessagetext>(), block, STRING_HEX),
                          other->m_oLastError, SIGNATURE_ERROR_UNABLE_TO_GET_DATA_TO_SIGN_OR_VERIFY,
                          "QUIV.CRSAKeyPair.Sign"));
@@ -334,22 +257,14 @@ TEST_F(CRSAKeyPairSignTest, AOneByteMessageIsNoDataAndAnEmptyOneHasNone) {
 
 TEST_F(CRSAKeyPairSignTest, ASessionKeyIsSignedThroughItsHandle) {
   auto session = [](const String& phrase) {
-    Ref<CSessionKey> key = MakeRef<CSessionKey>();
-    EXPECT_TRUE(key->SetProvider(s_provider));
-    EXPECT_TRUE(key->SetKeyAlgorithmID(static_cast<int32_t>(k.CALG_RC4())));
-    if (!phrase.IsEmpty()) {
-      EXPECT_TRUE(key->SetKeyPhrase(phrase));
-      EXPECT_TRUE(key->GenerateSessionKey());
-    }
-    return key;
+    return SessionKey(static_cast<int32_t>(k.CALG_RC4()), phrase);
   };
   Ref<CSessionKey> key = session(u"signed session key");
   String block;
   ASSERT_TRUE(s_signer->Sign(key, block, STRING_HEX));
   EXPECT_TRUE(Verifies(s_verifier, key, block));
   EXPECT_FALSE(Verifies(s_verifier, session(u"another session key"), block));
-  Ref<CRSAKeyPair> signer = Pair(s_provider, kSignature);
-  ASSERT_TRUE(signer->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> signer = ContainersPair(kSignature);
   EXPECT_TRUE(FailedWith(signer->Sign(session(String()), block, STRING_HEX), signer->m_oLastError,
                          HASH_ERROR_UNABLE_TO_GET_SESSION_KEY_HANDLE, "QUIV.CRSAKeyPair.Sign"));
 }
@@ -357,8 +272,7 @@ TEST_F(CRSAKeyPairSignTest, ASessionKeyIsSignedThroughItsHandle) {
 // ---- the signature block ----
 
 TEST_F(CRSAKeyPairSignTest, ABlockThatDoesNotLoadIsRefused) {
-  Ref<CRSAKeyPair> verifier = Pair(s_provider, kSignature);
-  ASSERT_TRUE(verifier->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> verifier = ContainersPair(kSignature);
   bool valid = true;
   EXPECT_TRUE(
       FailedWith(verifier->VerifySignature(Message("message"), u"not hex", STRING_HEX, valid),
@@ -373,7 +287,7 @@ TEST_F(CRSAKeyPairSignTest, BlocksTravelInEveryFormat) {
   ASSERT_TRUE(s_signer->Sign(message, hex, STRING_HEX));
   for (DATA_FORMAT format : {FILE_BINARY, FILE_HEX}) {
     SCOPED_TRACE(format);
-    String path = PathOf(format == FILE_BINARY ? "sig.bin" : "sig.hex");
+    String path = PathString(format == FILE_BINARY ? "sig.bin" : "sig.hex");
     ASSERT_TRUE(s_signer->Sign(message, path, format));
     EXPECT_TRUE(Verifies(s_verifier, message, path, -1, format));
   }
@@ -382,8 +296,7 @@ TEST_F(CRSAKeyPairSignTest, BlocksTravelInEveryFormat) {
   EXPECT_EQ(vb.ByteLength(), 128u);
   EXPECT_TRUE(Verifies(s_verifier, message, vb, -1, STRING_VB));
   String unloadable = u"kept";
-  Ref<CRSAKeyPair> signer = Pair(s_provider, kSignature);
-  ASSERT_TRUE(signer->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> signer = ContainersPair(kSignature);
   EXPECT_TRUE(FailedWith(
       signer->Sign(message, unloadable, CURRENT_KEY_CONTAINER), signer->m_oLastError,
       DATA_FORMAT_ERROR_UNABLE_TO_CONVERT_BYTE_ARRAY_TO_DATA_FORMAT, "QUIV.CRSAKeyPair.Sign"));
@@ -392,7 +305,7 @@ TEST_F(CRSAKeyPairSignTest, BlocksTravelInEveryFormat) {
 // ---- keys ----
 
 TEST_F(CRSAKeyPairSignTest, VerificationNeedsAKey) {
-  Ref<CRSAKeyPair> empty = Pair(s_provider, kSignature);
+  Ref<CRSAKeyPair> empty = Pair(kSignature);
   bool valid = true;
   EXPECT_TRUE(FailedWith(empty->VerifySignature(Message("message"), u"0102", STRING_HEX, valid),
                          empty->m_oLastError, KEY_ERROR_KEY_PAIR_OBJECT_HAS_NO_KEYS,
@@ -410,7 +323,7 @@ TEST_F(CRSAKeyPairSignTest, SigningNeedsAContext) {
 }
 
 TEST_F(CRSAKeyPairSignTest, AnExchangePairSignsWithTheExchangeKey) {
-  Ref<CRSAKeyPair> exchange = Pair(s_provider, kExchange);
+  Ref<CRSAKeyPair> exchange = Pair(kExchange);
   ASSERT_TRUE(exchange->SetModulus(512));
   ASSERT_TRUE(exchange->GenerateKeyPair());
   Ref<CMessagetext> message = Message("signed by the exchange key");
@@ -483,8 +396,7 @@ TEST_F(CRSAKeyPairSignTest, The9xFamilyUsesTheNarrowEntryPoints) {
 }
 
 TEST_F(CRSAKeyPairSignTest, ASizeQueryRefusedForAnotherReasonIsAMemoryFailure) {
-  Ref<CRSAKeyPair> signer = Pair(s_provider, kSignature);
-  ASSERT_TRUE(signer->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> signer = ContainersPair(kSignature);
   FailingSignHash failing(1, static_cast<DWORD>(k.NTE_BAD_KEY()));
   platform::ScopedPlatformOverride use(failing);
   String block;
@@ -495,8 +407,7 @@ TEST_F(CRSAKeyPairSignTest, ASizeQueryRefusedForAnotherReasonIsAMemoryFailure) {
 }
 
 TEST_F(CRSAKeyPairSignTest, ARefusedSignatureIsRecorded) {
-  Ref<CRSAKeyPair> signer = Pair(s_provider, kSignature);
-  ASSERT_TRUE(signer->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> signer = ContainersPair(kSignature);
   FailingSignHash failing(2, static_cast<DWORD>(k.NTE_BAD_HASH()));
   platform::ScopedPlatformOverride use(failing);
   String block = u"kept";
@@ -509,8 +420,7 @@ TEST_F(CRSAKeyPairSignTest, ARefusedSignatureIsRecorded) {
 }
 
 TEST_F(CRSAKeyPairSignTest, AVerificationRefusedForAnotherReasonIsAFailure) {
-  Ref<CRSAKeyPair> verifier = Pair(s_provider, kSignature);
-  ASSERT_TRUE(verifier->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
+  Ref<CRSAKeyPair> verifier = ContainersPair(kSignature);
   Ref<CMessagetext> message = Message("message");
   String block;
   ASSERT_TRUE(verifier->Sign(message, block, STRING_HEX));

@@ -1,7 +1,7 @@
 // CRSAKeyPair: its state and key specification, generation, the handle routines the session key
 // uses, the modulus, the PublicKey / PrivateKey views, Clear and termination, against the real
 // software provider with its key stores in a temporary folder.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/RsaKeyPairFixture.h"  // first: wincrypt macros before the constants catalogue
 
 #include "signing/CRSAKeyPair.h"
 
@@ -9,7 +9,6 @@
 
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <string>
 
 #include "automation/MapPageContext.h"
@@ -19,9 +18,7 @@
 #include "errors/QuivError.h"
 #include "platform/ForwardingPlatform.h"
 #include "platform/PlatformSeam.h"
-#include "provider/CProvider.h"
 #include "support/RecordMatchers.h"
-#include "support/TempKeyStore.h"
 
 namespace quiv {
 namespace {
@@ -89,69 +86,25 @@ class FailingGetKeyParam final : public platform::ForwardingPlatform {
 
 // ---- fixture: one provider (and its default container) for the whole suite ----
 
-class CRSAKeyPairTest : public ::testing::Test {
+class CRSAKeyPairTest : public test::RsaKeyPairFixture {
  protected:
-  static void SetUpTestSuite() {
-    s_store = std::make_unique<test::TempKeyStore>();
-    s_provider = CProvider::Create();
-    ASSERT_TRUE(s_provider->SetProviderTypeID(k.PROV_RSA_FULL()));
-    ASSERT_TRUE(s_provider->LoadProvider());
-  }
-  static void TearDownTestSuite() {
-    s_provider->TerminateAll();
-    s_provider.SetNothing();
-    s_store.reset();
-  }
-
-  static Ref<CRSAKeyPair> NewPair(int16_t keySpec) {
-    Ref<CRSAKeyPair> pair = MakeRef<CRSAKeyPair>();
-    EXPECT_TRUE(pair->SetProvider(s_provider));
-    if (keySpec != 0) {
-      EXPECT_TRUE(pair->SetExOrSigKeyObject(keySpec));
-    }
-    return pair;
-  }
-  static Ref<CRSAKeyPair> Generated(int16_t keySpec, int32_t bits = 512) {
-    Ref<CRSAKeyPair> pair = NewPair(keySpec);
-    EXPECT_TRUE(pair->SetModulus(bits));
-    EXPECT_TRUE(pair->GenerateKeyPair());
-    return pair;
-  }
-  static int16_t Contents(const Ref<CRSAKeyPair>& pair) {
-    int16_t contents = 0;
-    EXPECT_TRUE(pair->GetKeyPairContents(contents));
-    return contents;
-  }
   static int16_t What(const Ref<CRSAKeyPair>& pair) {
     int16_t what = -1;
     EXPECT_TRUE(pair->WhatToHash(what));
     return what;
   }
-  // Whether the record's assembled message shows the parameter as "(name=value)".
-  static bool Shows(const Ref<CRSAKeyPair>& pair, const std::string& nameAndValue) {
-    return pair->m_oLastError->LastError().ToUtf8().find("(" + nameAndValue + ")") !=
-           std::string::npos;
-  }
-  // A pair of the signature key specification holding only the public key of `from`.
+  // A pair of `keySpec` holding only the public key of `from`.
   static Ref<CRSAKeyPair> PublicOnlyOf(const Ref<CRSAKeyPair>& from, int16_t keySpec) {
-    String blob;
-    EXPECT_TRUE(from->UnloadPublicKey(blob, STRING_HEX));
-    Ref<CRSAKeyPair> pair = NewPair(keySpec);
-    EXPECT_TRUE(pair->LoadPublicKey(blob, STRING_HEX));
+    Ref<CRSAKeyPair> pair = Pair(keySpec);
+    EXPECT_TRUE(pair->LoadPublicKey(PublicHex(from), STRING_HEX));
     return pair;
   }
-
-  static inline std::unique_ptr<test::TempKeyStore> s_store;
-  static inline Ref<CProvider> s_provider;
 };
-
-const int16_t kExchange = static_cast<int16_t>(k.AT_KEYEXCHANGE());
-const int16_t kSignature = static_cast<int16_t>(k.AT_SIGNATURE());
 
 // ---- a fresh object ----
 
 TEST_F(CRSAKeyPairTest, AFreshObjectHoldsNoKeysAndAsksForNothing) {
-  Ref<CRSAKeyPair> pair = NewPair(kExchange);
+  Ref<CRSAKeyPair> pair = Pair(kExchange);
   EXPECT_EQ(Contents(pair), NOKEYS);
   EXPECT_EQ(What(pair), UNSPECIFIED);
   EXPECT_TRUE(pair->m_oLastError.IsNothing());  // made on the first failure only
@@ -164,20 +117,20 @@ TEST_F(CRSAKeyPairTest, AFreshObjectHoldsNoKeysAndAsksForNothing) {
 
 TEST_F(CRSAKeyPairTest, TheKeyPairHandleOfAnEmptyObjectNamesItsKeySpecification) {
   HCRYPTKEY key = 5;
-  Ref<CRSAKeyPair> exchange = NewPair(kExchange);
+  Ref<CRSAKeyPair> exchange = Pair(kExchange);
   EXPECT_TRUE(FailedWith(exchange->GetKeyPairHandle(key), exchange->m_oLastError,
                          KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_EXCHANGE_KEY_PAIR,
                          "QUIV.CRSAKeyPair.GetKeyPairHandle"));
   EXPECT_TRUE(Shows(exchange, "key pair type=1"));
 
-  Ref<CRSAKeyPair> signature = NewPair(kSignature);
+  Ref<CRSAKeyPair> signature = Pair(kSignature);
   EXPECT_TRUE(FailedWith(signature->GetKeyPairHandle(key), signature->m_oLastError,
                          KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_SIGNATURE_KEY_PAIR,
                          "QUIV.CRSAKeyPair.GetKeyPairHandle"));
   EXPECT_TRUE(Shows(signature, "key pair type=2"));
 
   // Before the factory fixes the specification it is 0, which is neither.
-  Ref<CRSAKeyPair> unset = NewPair(0);
+  Ref<CRSAKeyPair> unset = Pair(0);
   EXPECT_TRUE(FailedWith(unset->GetKeyPairHandle(key), unset->m_oLastError,
                          KEY_ERROR_MUST_BE_EITHER_SIGNATURE_OR_EXCHANGE_KEY_PAIR_TYPE,
                          "QUIV.CRSAKeyPair.GetKeyPairHandle"));
@@ -187,7 +140,7 @@ TEST_F(CRSAKeyPairTest, TheKeyPairHandleOfAnEmptyObjectNamesItsKeySpecification)
 
 TEST_F(CRSAKeyPairTest, ThePublicKeyHandleOfAnEmptyObjectIsRefusedUnderItsOwnSource) {
   HCRYPTKEY key = 5;
-  Ref<CRSAKeyPair> pair = NewPair(kSignature);
+  Ref<CRSAKeyPair> pair = Pair(kSignature);
   EXPECT_TRUE(FailedWith(pair->GetPublicKeyHandle(key), pair->m_oLastError,
                          KEY_ERROR_KEY_PAIR_OBJECT_HAS_NO_KEYS,
                          "QUIV.CRSAPublicKey.GetPublicKeyHandle"));
@@ -195,7 +148,7 @@ TEST_F(CRSAKeyPairTest, ThePublicKeyHandleOfAnEmptyObjectIsRefusedUnderItsOwnSou
 }
 
 TEST_F(CRSAKeyPairTest, OnlyTheTwoKeySpecificationsAreAccepted) {
-  Ref<CRSAKeyPair> pair = NewPair(0);
+  Ref<CRSAKeyPair> pair = Pair(0);
   for (int16_t keySpec : {int16_t{0}, int16_t{3}, int16_t{-1}, int16_t{0x2400}}) {
     SCOPED_TRACE(keySpec);
     EXPECT_TRUE(FailedWith(pair->SetExOrSigKeyObject(keySpec), pair->m_oLastError,
@@ -211,14 +164,14 @@ TEST_F(CRSAKeyPairTest, OnlyTheTwoKeySpecificationsAreAccepted) {
 }
 
 TEST_F(CRSAKeyPairTest, ViewsOfAnEmptyObjectAreNothingAndKeepTheView) {
-  Ref<CRSAKeyPair> pair = NewPair(kSignature);
+  Ref<CRSAKeyPair> pair = Pair(kSignature);
   EXPECT_TRUE(pair->PublicKey().IsNothing());
   EXPECT_TRUE(FailedWith(false, pair->m_oLastError, KEY_ERROR_KEY_PAIR_OBJECT_HAS_NO_KEYS,
                          "QUIV.CRSAKeyPair.PublicKey Get"));
   EXPECT_TRUE(Shows(pair, "type of keypair:=2"));
   EXPECT_TRUE(Shows(pair, "contains only pub key:=False"));
 
-  Ref<CRSAKeyPair> other = NewPair(kExchange);
+  Ref<CRSAKeyPair> other = Pair(kExchange);
   EXPECT_TRUE(other->PrivateKey().IsNothing());
   EXPECT_TRUE(FailedWith(false, other->m_oLastError, KEY_ERROR_KEY_PAIR_OBJECT_HAS_NO_KEYS,
                          "QUIV.CRSAKeyPair.PrivateKey Get"));
@@ -244,7 +197,7 @@ TEST_F(CRSAKeyPairTest, GenerationPutsTheModulusInTheUpperSixteenBitsAndMakesItE
 TEST_F(CRSAKeyPairTest, AnUnloadablePairIsGeneratedWithoutTheExportFlag) {
   RecordingGenKey recorder;
   platform::ScopedPlatformOverride use(recorder);
-  Ref<CRSAKeyPair> pair = NewPair(kExchange);
+  Ref<CRSAKeyPair> pair = Pair(kExchange);
   ASSERT_TRUE(pair->SetUnloadable(false));
   ASSERT_TRUE(pair->SetModulus(512));
   ASSERT_TRUE(pair->GenerateKeyPair());
@@ -293,7 +246,7 @@ TEST_F(CRSAKeyPairTest, AModulusOf32768OrMoreOverflowsBeforeThePlatformIsAsked) 
 
 TEST_F(CRSAKeyPairTest, TheLowestModulusThatFitsReachesTheProvider) {
   // -32768 is the one negative length the conversion takes: the provider then refuses it.
-  Ref<CRSAKeyPair> pair = NewPair(kSignature);
+  Ref<CRSAKeyPair> pair = Pair(kSignature);
   RecordingGenKey recorder;
   platform::ScopedPlatformOverride use(recorder);
   ASSERT_TRUE(pair->SetModulus(-32768));
@@ -315,7 +268,7 @@ TEST_F(CRSAKeyPairTest, ALengthTheProviderRefusesLeavesNoKeys) {
 TEST_F(CRSAKeyPairTest, APlatformRefusalOfGenerationIsRecordedWithItsCode) {
   RecordingGenKey failing(true);
   platform::ScopedPlatformOverride use(failing);
-  Ref<CRSAKeyPair> pair = NewPair(kSignature);
+  Ref<CRSAKeyPair> pair = Pair(kSignature);
   ASSERT_TRUE(pair->SetModulus(512));
   EXPECT_TRUE(FailedWith(pair->GenerateKeyPair(), pair->m_oLastError,
                          KEY_ERROR_UNABLE_TO_CREATE_KEY, "QUIV.CRSAKeyPair.GenerateKeyPair"));
@@ -414,7 +367,7 @@ TEST_F(CRSAKeyPairTest, APublicKeyHasAPublicViewButNoPrivateOne) {
 // ---- Clear ----
 
 TEST_F(CRSAKeyPairTest, ClearOfAnEmptyObjectDoesNotReachThePlatform) {
-  Ref<CRSAKeyPair> pair = NewPair(kSignature);
+  Ref<CRSAKeyPair> pair = Pair(kSignature);
   CountingDestroy counter;
   platform::ScopedPlatformOverride use(counter);
   EXPECT_TRUE(pair->Clear());
@@ -422,7 +375,7 @@ TEST_F(CRSAKeyPairTest, ClearOfAnEmptyObjectDoesNotReachThePlatform) {
 }
 
 TEST_F(CRSAKeyPairTest, ClearDestroysTheKeyAndKeepsTheSettingsAndTheView) {
-  Ref<CRSAKeyPair> pair = NewPair(kSignature);
+  Ref<CRSAKeyPair> pair = Pair(kSignature);
   ASSERT_TRUE(pair->SetModulus(512));
   ASSERT_TRUE(pair->SetUnloadable(false));
   ASSERT_TRUE(pair->GenerateKeyPair());
@@ -486,12 +439,12 @@ TEST_F(CRSAKeyPairTest, AnObjectDroppedWithoutTerminationGivesItsKeyBack) {
   platform::ScopedPlatformOverride use(counter);
   { Ref<CRSAKeyPair> pair = Generated(kExchange, 512); }
   EXPECT_EQ(counter.calls, 1);
-  { Ref<CRSAKeyPair> empty = NewPair(kExchange); }
+  { Ref<CRSAKeyPair> empty = Pair(kExchange); }
   EXPECT_EQ(counter.calls, 1);
 }
 
 TEST_F(CRSAKeyPairTest, OnStartPageMakesTheRecordAndHandsItThePage) {
-  Ref<CRSAKeyPair> pair = NewPair(kSignature);
+  Ref<CRSAKeyPair> pair = Pair(kSignature);
   auto page =
       MakeRef<MapPageContext>(std::map<String, String>{{u"PATH_INFO", u"/sign"}}, String(u"a=1"));
   EXPECT_TRUE(pair->OnStartPage(page));
