@@ -4,13 +4,8 @@
 #include "platform/HashObject.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -18,6 +13,7 @@
 #include "platform/CspError.h"
 #include "platform/ProviderInfo.h"
 #include "platform/SymmetricKey.h"
+#include "support/OpensslEnc.h"
 #include "support/VectorFile.h"
 
 namespace quiv::platform {
@@ -110,24 +106,6 @@ std::string Hmac(ALG_ID algid, const Bytes& key, const Bytes& data) {
   SetInfo(*hash, algid);
   hash->HashData(data, 0);
   return Value(*hash);
-}
-
-Bytes OpensslEnc(const std::string& cipher, const std::string& keyHex, const std::string& ivHex,
-                 const Bytes& data) {
-  const auto dir = std::filesystem::temp_directory_path();
-  const std::string in = (dir / ("quiv_hash_in_" + std::to_string(getpid()))).string();
-  const std::string out = (dir / ("quiv_hash_out_" + std::to_string(getpid()))).string();
-  std::ofstream(in, std::ios::binary)
-      .write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
-  const std::string cmd = "openssl enc -e -" + cipher + " -K " + keyHex + " -iv " + ivHex +
-                          " -nosalt -provider default -provider legacy -in " + in + " -out " + out +
-                          " 2>/dev/null";
-  EXPECT_EQ(std::system(cmd.c_str()), 0) << cmd;
-  std::ifstream result(out, std::ios::binary);
-  Bytes bytes((std::istreambuf_iterator<char>(result)), std::istreambuf_iterator<char>());
-  std::filesystem::remove(in);
-  std::filesystem::remove(out);
-  return bytes;
 }
 
 // --- plain hashes -----------------------------------------------------------------------------
@@ -314,7 +292,7 @@ TEST(HashObjectTest, MacIsLastCbcBlockWithPkcs5Padding) {
     const Bytes data(n, 0x4d);
     auto mac = HashObject::Create(Base(), CALG_MAC, key.get(), 0);
     mac->HashData(data, 0);
-    const Bytes cbc = OpensslEnc("des-cbc", k, "0000000000000000", data);  // pads PKCS#5
+    const Bytes cbc = test::OpensslEnc("des-cbc", k, "0000000000000000", data);  // pads PKCS#5
     EXPECT_EQ(Value(*mac), HexOf(std::span(cbc).last(8))) << n;
   }
 }

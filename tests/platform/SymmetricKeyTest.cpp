@@ -4,20 +4,15 @@
 #include "platform/SymmetricKey.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "platform/CspError.h"
 #include "platform/HashObject.h"
 #include "platform/ProviderInfo.h"
+#include "support/OpensslEnc.h"
 #include "support/VectorFile.h"
 
 namespace quiv::platform {
@@ -119,25 +114,11 @@ void SetDword(SymmetricKey& key, DWORD param, DWORD value) {
   key.SetParam(param, reinterpret_cast<const BYTE*>(&value), 0);
 }
 
-// `openssl enc` as an independent implementation.
+// `openssl enc` as an independent implementation, on whole blocks: the tests here add PKCS#5
+// padding themselves where they want it.
 Bytes OpensslEnc(const std::string& cipher, const std::string& keyHex, const std::string& ivHex,
                  const Bytes& data, bool decrypt = false) {
-  const auto dir = std::filesystem::temp_directory_path();
-  const std::string in = (dir / ("quiv_sym_in_" + std::to_string(getpid()))).string();
-  const std::string out = (dir / ("quiv_sym_out_" + std::to_string(getpid()))).string();
-  std::ofstream(in, std::ios::binary)
-      .write(reinterpret_cast<const char*>(data.data()), static_cast<std::streamsize>(data.size()));
-  std::string cmd = "openssl enc " + std::string(decrypt ? "-d" : "-e") + " -" + cipher + " -K " +
-                    keyHex + " -nosalt -nopad -provider default -provider legacy";
-  if (!ivHex.empty()) cmd += " -iv " + ivHex;
-  cmd += " -in " + in + " -out " + out + " 2>/dev/null";
-  const int rc = std::system(cmd.c_str());
-  EXPECT_EQ(rc, 0) << cmd;
-  std::ifstream result(out, std::ios::binary);
-  Bytes bytes((std::istreambuf_iterator<char>(result)), std::istreambuf_iterator<char>());
-  std::filesystem::remove(in);
-  std::filesystem::remove(out);
-  return bytes;
+  return test::OpensslEnc(cipher, keyHex, ivHex, data, {.decrypt = decrypt, .pad = false});
 }
 
 Bytes Pkcs5(Bytes data) {
