@@ -1,5 +1,5 @@
 // RsaKeyPairFixture: what the CRSAKeyPair suites share: one PROV_RSA_FULL provider over a
-// temporary key store for the whole suite, key pair objects of either key specification, and the
+// temporary key store for the whole suite, exchange and signature key pair objects, and the
 // readers the tests check results with. RsaKeyPairFileFixture adds a scratch folder per test for
 // the suites that unload to files.
 //
@@ -72,7 +72,8 @@ class RsaKeyPairFixture : public ::testing::Test {
     s_store.reset();
   }
 
-  // A key pair object on `provider`; key specification 0 leaves it unset, as the factory would.
+  // A key pair object on `provider`; a `keySpec` of 0 leaves the key type unset, as the factory
+  // would.
   static Ref<CRSAKeyPair> Pair(const Ref<CProvider>& provider, int16_t keySpec) {
     Ref<CRSAKeyPair> pair = MakeRef<CRSAKeyPair>();
     EXPECT_TRUE(pair->SetProvider(provider));
@@ -88,7 +89,7 @@ class RsaKeyPairFixture : public ::testing::Test {
     EXPECT_TRUE(pair->LoadKeyPair(String(), CURRENT_KEY_CONTAINER));
     return pair;
   }
-  // A generated pair: it becomes the container's key of its specification.
+  // A generated pair: it becomes the container's key of its type.
   static Ref<CRSAKeyPair> Generated(const Ref<CProvider>& provider, int16_t keySpec, int32_t bits) {
     Ref<CRSAKeyPair> pair = Pair(provider, keySpec);
     EXPECT_TRUE(pair->SetModulus(bits));
