@@ -19,7 +19,7 @@
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
 #include "support/RecordMatchers.h"
-#include "support/TempKeyStore.h"
+#include "support/SessionKeyFixture.h"
 
 namespace quiv {
 namespace {
@@ -67,36 +67,9 @@ ByteArray Slice(const ByteArray& bytes, size_t from, size_t count) {
   return ByteArray(std::vector<uint8_t>(begin, begin + static_cast<std::ptrdiff_t>(count)));
 }
 
-class EncryptBase : public ::testing::Test {
+class EncryptBase : public test::SessionKeyFixture {
  protected:
-  void TearDown() override {
-    for (Ref<CSessionKey>& key : m_keys) {
-      key->Clear();
-      key->Terminate();
-    }
-    if (!provider.IsNothing()) provider->TerminateAll();
-  }
-
-  void Open(const String& providerName) {
-    provider = CProvider::Create();
-    ASSERT_TRUE(provider->SetProviderTypeID(k.PROV_RSA_FULL()));
-    if (!providerName.IsEmpty()) {
-      ASSERT_TRUE(provider->SetProviderName(providerName));
-    }
-    ASSERT_TRUE(provider->LoadProvider());
-  }
-
-  Ref<CSessionKey> MakeKey(int32_t algId, const String& phrase = String()) {
-    Ref<CSessionKey> key = MakeRef<CSessionKey>();
-    EXPECT_TRUE(key->SetProvider(provider));
-    m_keys.push_back(key);
-    EXPECT_TRUE(key->SetKeyAlgorithmID(algId));
-    if (!phrase.IsEmpty()) {
-      EXPECT_TRUE(key->SetKeyPhrase(phrase));
-    }
-    EXPECT_TRUE(key->GenerateSessionKey()) << Message(key);
-    return key;
-  }
+  using SessionKeyFixture::Message;
 
   static Ref<CMessagetext> Message(const ByteArray& bytes) {
     Ref<CMessagetext> message = MakeRef<CMessagetext>();
@@ -108,28 +81,11 @@ class EncryptBase : public ::testing::Test {
     EXPECT_TRUE(message->GetDataAsByteArray(out));
     return out;
   }
-  static std::string Message(const Ref<CSessionKey>& key) {
-    return key->m_oLastError.IsNothing() ? std::string() : key->m_oLastError->LastError().ToUtf8();
-  }
-  static bool Shows(const Ref<CSessionKey>& key, const std::string& nameAndValue) {
-    return Message(key).find("(" + nameAndValue + ")") != std::string::npos;
-  }
-
-  test::QuietLog m_quiet;
-  platform::ScopedPlatformOverride m_use{m_quiet};
-  test::TempKeyStore m_store;
-  Ref<CProvider> provider;
-  std::vector<Ref<CSessionKey>> m_keys;
 };
 
 class EveryProvider : public EncryptBase, public ::testing::WithParamInterface<const char*> {
  protected:
-  void SetUp() override {
-    const std::string which = GetParam();
-    if (which == "Base") Open(k.MS_DEF_PROV());
-    if (which == "Enhanced") Open(k.MS_ENHANCED_PROV());
-    if (which == "Default") Open(String());
-  }
+  void SetUp() override { OpenByLabel(GetParam()); }
 };
 
 INSTANTIATE_TEST_SUITE_P(Providers, EveryProvider, ::testing::Values("Base", "Enhanced", "Default"),

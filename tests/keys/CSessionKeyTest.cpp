@@ -22,7 +22,7 @@
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
 #include "support/RecordMatchers.h"
-#include "support/TempKeyStore.h"
+#include "support/SessionKeyFixture.h"
 
 namespace quiv {
 namespace {
@@ -166,55 +166,8 @@ class Spy final : public platform::ForwardingPlatform {
 };
 
 // A provider session in a temporary key store, with session keys tied to it.
-class SessionKeyBase : public ::testing::Test {
+class SessionKeyBase : public test::SessionKeyFixture {
  protected:
-  void TearDown() override {
-    for (Ref<CSessionKey>& key : m_keys) {
-      key->Clear();
-      key->Terminate();
-    }
-    if (!provider.IsNothing()) provider->TerminateAll();
-  }
-
-  // Opens the provider by name; the empty name takes the platform's default PROV_RSA_FULL.
-  void Open(const String& providerName) {
-    provider = CProvider::Create();
-    ASSERT_TRUE(provider->SetProviderTypeID(k.PROV_RSA_FULL()));
-    if (!providerName.IsEmpty()) {
-      ASSERT_TRUE(provider->SetProviderName(providerName));
-    }
-    ASSERT_TRUE(provider->LoadProvider());
-  }
-  void OpenBase() { Open(k.MS_DEF_PROV()); }
-  void OpenEnhanced() { Open(k.MS_ENHANCED_PROV()); }
-
-  Ref<CSessionKey> NewKey() {
-    Ref<CSessionKey> key = MakeRef<CSessionKey>();
-    EXPECT_TRUE(key->SetProvider(provider));
-    m_keys.push_back(key);
-    return key;
-  }
-
-  // A key made with these settings (0 keeps the setting's default).
-  Ref<CSessionKey> MakeKey(int32_t algId, const String& phrase = String(), int32_t bits = 0) {
-    Ref<CSessionKey> key = NewKey();
-    EXPECT_TRUE(key->SetKeyAlgorithmID(algId));
-    EXPECT_TRUE(key->SetKeyLength(bits));
-    if (!phrase.IsEmpty()) {
-      EXPECT_TRUE(key->SetKeyPhrase(phrase));
-    }
-    EXPECT_TRUE(key->GenerateSessionKey()) << Message(key);
-    return key;
-  }
-
-  static std::string Message(const Ref<CSessionKey>& key) {
-    return key->m_oLastError.IsNothing() ? std::string() : key->m_oLastError->LastError().ToUtf8();
-  }
-  // Whether the record's assembled message shows the parameter "(name=value)".
-  static bool Shows(const Ref<CSessionKey>& key, const std::string& nameAndValue) {
-    return Message(key).find("(" + nameAndValue + ")") != std::string::npos;
-  }
-
   ByteArray EncryptOnce(const Ref<CSessionKey>& key, const ByteArray& plain) {
     Ref<CMessagetext> message = MakeRef<CMessagetext>();
     EXPECT_TRUE(message->SetMessageText(plain));
@@ -236,23 +189,13 @@ class SessionKeyBase : public ::testing::Test {
     return hex.ToUtf8();
   }
 
-  test::QuietLog m_quiet;
-  platform::ScopedPlatformOverride m_use{m_quiet};
-  test::TempKeyStore m_store;
-  Ref<CProvider> provider;
-  std::vector<Ref<CSessionKey>> m_keys;
   const ByteArray m_sample{0x51, 0x55, 0x49, 0x56, 0x20, 0x6B, 0x65, 0x79, 0x73, 0x21};
 };
 
 // The same behaviour on every provider the library names, and on the platform default.
 class EveryProvider : public SessionKeyBase, public ::testing::WithParamInterface<const char*> {
  protected:
-  void SetUp() override {
-    const std::string which = GetParam();
-    if (which == "Base") OpenBase();
-    if (which == "Enhanced") OpenEnhanced();
-    if (which == "Default") Open(String());
-  }
+  void SetUp() override { OpenByLabel(GetParam()); }
 };
 
 INSTANTIATE_TEST_SUITE_P(Providers, EveryProvider, ::testing::Values("Base", "Enhanced", "Default"),
