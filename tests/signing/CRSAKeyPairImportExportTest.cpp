@@ -21,14 +21,12 @@
 #include "signing/CHashValue.h"
 #include "signing/CRSAKeyPair.h"
 #include "support/RecordMatchers.h"
-#include "support/VectorFile.h"
 
 namespace quiv {
 namespace {
 
 namespace fs = std::filesystem;
 using test::FailedWith;
-using test::VectorFile;
 
 const CConstQUIV k;
 
@@ -86,19 +84,9 @@ class CRSAKeyPairImportExportTest : public test::RsaKeyPairFileFixture {
  protected:
   static void SetUpTestSuite() {
     RsaKeyPairFixture::SetUpTestSuite();
-    if (HasFatalFailure()) return;
     // The default container's two keys; no other test generates keys in it.
-    s_exchange = Generated(kExchange);
-    s_signature = Generated(kSignature);
+    GenerateSuiteKeys(512, 512);
   }
-  static void TearDownTestSuite() {
-    s_exchange.SetNothing();
-    s_signature.SetNothing();
-    RsaKeyPairFixture::TearDownTestSuite();
-  }
-
-  static inline Ref<CRSAKeyPair> s_exchange;
-  static inline Ref<CRSAKeyPair> s_signature;
 };
 
 // ---- public keys ----
@@ -438,10 +426,10 @@ TEST_F(CRSAKeyPairImportExportTest, TheViewsOfferTheirBlobsAsStringVbCarriesThem
   ByteArray data;
   ASSERT_FALSE(pair->PublicKey().IsNothing());
   ASSERT_TRUE(pair->GetDataAsByteArray(data));
-  EXPECT_EQ(data.ToVector(), VectorFile::DecodeHex(PublicHex(pair).ToUtf8()));
+  EXPECT_EQ(data.ToVector(), BytesOfHex(PublicHex(pair)));
   ASSERT_FALSE(pair->PrivateKey().IsNothing());
   ASSERT_TRUE(pair->GetDataAsByteArray(data));
-  EXPECT_EQ(data.ToVector(), VectorFile::DecodeHex(PrivateHex(pair).ToUtf8()));
+  EXPECT_EQ(data.ToVector(), BytesOfHex(PrivateHex(pair)));
   int16_t what = 0;
   ASSERT_TRUE(pair->WhatToHash(what));
   EXPECT_EQ(what, PRIVATE_SIGNATURE_KEY);

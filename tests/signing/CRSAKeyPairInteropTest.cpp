@@ -24,7 +24,6 @@
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
 #include "support/RecordMatchers.h"
-#include "support/VectorFile.h"
 
 namespace quiv {
 namespace {
@@ -32,10 +31,6 @@ namespace {
 namespace fs = std::filesystem;
 using Bytes = std::vector<uint8_t>;
 using test::FailedWith;
-using test::HexOf;
-using test::Message;
-using test::Reversed;
-using test::VectorFile;
 
 const CConstQUIV k;
 
@@ -75,14 +70,7 @@ class CRSAKeyPairInteropTest : public test::RsaKeyPairFileFixture {
  protected:
   static void SetUpTestSuite() {
     RsaKeyPairFixture::SetUpTestSuite();
-    if (HasFatalFailure()) return;
-    s_signature = Generated(kSignature, 1024);
-    s_exchange = Generated(kExchange, 512);
-  }
-  static void TearDownTestSuite() {
-    s_signature.SetNothing();
-    s_exchange.SetNothing();
-    RsaKeyPairFixture::TearDownTestSuite();
+    GenerateSuiteKeys(1024, 512);
   }
 
   // The key pair's blobs as files for OpenSSL.
@@ -92,9 +80,6 @@ class CRSAKeyPairInteropTest : public test::RsaKeyPairFileFixture {
     ASSERT_TRUE(pair->UnloadPrivateKey(priv, FILE_BINARY));
     ASSERT_TRUE(pair->UnloadPublicKey(pub, FILE_BINARY));
   }
-
-  static inline Ref<CRSAKeyPair> s_signature;
-  static inline Ref<CRSAKeyPair> s_exchange;
 };
 
 // ---- blobs ----
@@ -196,7 +181,7 @@ TEST_F(CRSAKeyPairInteropTest, OpensslVerifiesOurSignaturesOnceReversed) {
     String block;
     ASSERT_TRUE(
         s_signature->Sign(Message(kMessage), block, STRING_HEX, static_cast<int32_t>(algorithm)));
-    const Bytes littleEndian = VectorFile::DecodeHex(block.ToUtf8());
+    const Bytes littleEndian = BytesOfHex(block);
     ASSERT_EQ(littleEndian.size(), 128u);
     const std::string verify = std::string("dgst ") + digest + " -verify " + pubPem +
                                " -signature " + PathOf("sig") + " " + PathOf("message");

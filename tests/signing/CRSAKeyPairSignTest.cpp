@@ -27,7 +27,6 @@ namespace {
 
 using test::FailedWith;
 using test::FakeVersion;
-using test::Message;
 
 const CConstQUIV k;
 

@@ -34,26 +34,6 @@
 
 namespace quiv::test {
 
-// Upper-case hex, as the key pair writes STRING_HEX.
-inline std::string HexOf(std::span<const uint8_t> bytes) {
-  std::string hex = VectorFile::EncodeHex(bytes);
-  std::transform(hex.begin(), hex.end(), hex.begin(),
-                 [](char c) { return static_cast<char>(std::toupper(c)); });
-  return hex;
-}
-
-// CryptoAPI keeps numbers and signatures little-endian, PKCS #1 and OpenSSL big-endian.
-inline std::vector<uint8_t> Reversed(std::vector<uint8_t> bytes) {
-  std::reverse(bytes.begin(), bytes.end());
-  return bytes;
-}
-
-inline Ref<CMessagetext> Message(const std::string& text) {
-  Ref<CMessagetext> message = MakeRef<CMessagetext>();
-  EXPECT_TRUE(message->SetMessageText(ByteArray(std::vector<uint8_t>(text.begin(), text.end()))));
-  return message;
-}
-
 class RsaKeyPairFixture : public ::testing::Test {
  protected:
   static constexpr int16_t kExchange = static_cast<int16_t>(CConstQUIV().AT_KEYEXCHANGE());
@@ -67,9 +47,17 @@ class RsaKeyPairFixture : public ::testing::Test {
     ASSERT_TRUE(s_provider->LoadProvider());
   }
   static void TearDownTestSuite() {
+    s_signature.SetNothing();
+    s_exchange.SetNothing();
     s_provider->TerminateAll();
     s_provider.SetNothing();
     s_store.reset();
+  }
+  // The suite container's two keys, for suites whose tests share them; after SetUpTestSuite.
+  static void GenerateSuiteKeys(int32_t signatureBits, int32_t exchangeBits) {
+    if (HasFatalFailure()) return;
+    s_signature = Generated(kSignature, signatureBits);
+    s_exchange = Generated(kExchange, exchangeBits);
   }
 
   // A key pair object on `provider`; a `keySpec` of 0 leaves the key type unset, as the factory
@@ -140,6 +128,26 @@ class RsaKeyPairFixture : public ::testing::Test {
         << pair->m_oLastError->m_lErrNumber;
     return valid;
   }
+  // Upper-case hex, as the key pair writes STRING_HEX.
+  static std::string HexOf(std::span<const uint8_t> bytes) {
+    std::string hex = VectorFile::EncodeHex(bytes);
+    std::transform(hex.begin(), hex.end(), hex.begin(),
+                   [](char c) { return static_cast<char>(std::toupper(c)); });
+    return hex;
+  }
+  static std::vector<uint8_t> BytesOfHex(const String& hex) {
+    return VectorFile::DecodeHex(hex.ToUtf8());
+  }
+  // CryptoAPI keeps numbers and signatures little-endian, PKCS #1 and OpenSSL big-endian.
+  static std::vector<uint8_t> Reversed(std::vector<uint8_t> bytes) {
+    std::reverse(bytes.begin(), bytes.end());
+    return bytes;
+  }
+  static Ref<CMessagetext> Message(const std::string& text) {
+    Ref<CMessagetext> message = MakeRef<CMessagetext>();
+    EXPECT_TRUE(message->SetMessageText(ByteArray(std::vector<uint8_t>(text.begin(), text.end()))));
+    return message;
+  }
   // Whether the record's assembled message shows the parameter as "(name=value)".
   static bool Shows(const Ref<CRSAKeyPair>& pair, const std::string& nameAndValue) {
     return pair->m_oLastError->LastError().ToUtf8().find("(" + nameAndValue + ")") !=
@@ -148,6 +156,8 @@ class RsaKeyPairFixture : public ::testing::Test {
 
   static inline std::unique_ptr<TempKeyStore> s_store;
   static inline Ref<CProvider> s_provider;
+  static inline Ref<CRSAKeyPair> s_signature;  // empty unless GenerateSuiteKeys ran
+  static inline Ref<CRSAKeyPair> s_exchange;
 };
 
 class RsaKeyPairFileFixture : public RsaKeyPairFixture {
