@@ -4,6 +4,7 @@
 
 #include "errors/ErrorTrap.h"
 #include "errors/QuivError.h"
+#include "keys/CKeyTools.h"
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
 
@@ -11,11 +12,6 @@ namespace quiv {
 
 namespace {
 using platform::Platform;
-
-// The class field of an ALG_ID (wincrypt's GET_ALG_CLASS: bits 13 to 15).
-int32_t AlgClassOf(int32_t i_lAlgID) {
-  return i_lAlgID & (7 << 13);
-}
 }  // namespace
 
 CHashValue::CHashValue() {
@@ -35,6 +31,7 @@ void CHashValue::Terminate() {
   });
   if (!m_oProvider.IsNothing()) m_oProvider.SetNothing();
   if (!m_oConvert.IsNothing()) m_oConvert.SetNothing();
+  if (!m_oKeyTools.IsNothing()) m_oKeyTools.SetNothing();
   if (!m_oLastError.IsNothing()) m_oLastError.SetNothing();
 }
 
@@ -45,6 +42,11 @@ bool CHashValue::SetProvider(const Ref<CProvider>& i_oProvider) {
 CConvert& CHashValue::Converter() {
   if (m_oConvert.IsNothing()) m_oConvert = MakeRef<CConvert>();
   return *m_oConvert;
+}
+
+CKeyTools& CHashValue::KeyTools() {
+  if (m_oKeyTools.IsNothing()) m_oKeyTools = MakeRef<CKeyTools>();
+  return *m_oKeyTools;
 }
 
 bool CHashValue::Clear() {
@@ -196,7 +198,8 @@ bool CHashValue::GetHashValueLengthInBytes(int16_t& o_nHashSize) {
 
 bool CHashValue::SetHashAlgorithmID(int32_t i_lHashAlgorithmID) {
   return Trap(m_oLastError, u"QUIV.CHashValue.SetHashAlgorithmID", [&] {
-    if (AlgClassOf(i_lHashAlgorithmID) != m_oConst.ALG_CLASS_HASH()) {
+    // The key tools refuse a negative identifier (class 0), whatever its low bits say.
+    if (KeyTools().GetAlgClass(i_lHashAlgorithmID) != m_oConst.ALG_CLASS_HASH()) {
       RaiseQuiv(HASH_ERROR_UNKNOWN_HASH_ALGORITHM_ID);
     }
     m_lHashAlgID = i_lHashAlgorithmID;

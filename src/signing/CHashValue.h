@@ -8,7 +8,8 @@
 // exception: it records nothing and lets its failure escape as a RuntimeError.
 //
 // Ownership: owns its hash handle (destroyed by Clear and Terminate), keeps a counted reference
-// to its provider (broken by Terminate) and its own converter. Single-threaded, as its provider.
+// to its provider (broken by Terminate), its own converter and the key tools it makes on first
+// use. Single-threaded, as its provider.
 #ifndef QUIV_SIGNING_CHASHVALUE_H
 #define QUIV_SIGNING_CHASHVALUE_H
 
@@ -30,6 +31,7 @@
 
 namespace quiv {
 
+class CKeyTools;
 class CProvider;
 class CSessionKey;
 
@@ -78,6 +80,7 @@ class QUIV_API CHashValue final : public Object {
   void EnsureHashObject();
   void CreateHashObject();
   CConvert& Converter();
+  CKeyTools& KeyTools();
 
   HCRYPTHASH m_hHash = 0;
   int32_t m_lHashAlgID = 0;
@@ -85,6 +88,7 @@ class QUIV_API CHashValue final : public Object {
   bool m_fTerminated = false;
   Ref<CProvider> m_oProvider;
   Ref<CConvert> m_oConvert;
+  Ref<CKeyTools> m_oKeyTools;
   const CConstQUIV m_oConst{};
 };
 
