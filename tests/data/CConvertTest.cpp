@@ -372,6 +372,23 @@ TEST_F(CConvertTest, BinaryLoadInAMissingFolderIsPathNotFound) {
   EXPECT_EQ(Record().m_sErrDescription, String(u"Path not found"));
 }
 
+TEST_F(CConvertTest, BinaryUnloadInAMissingFolderIsPathNotFound) {
+  String target = PathOf("nowhere/x.bin");
+  EXPECT_FALSE(m_convert->UnloadItem(ByteArray{1, 2}, target, FILE_BINARY, true));
+  ExpectFailure(76, u"QUIV.CConvert.UnloadItem");
+  EXPECT_EQ(Record().m_sErrDescription, String(u"Path not found"));
+  EXPECT_FALSE(fs::exists((m_dir / "nowhere").string()));
+}
+
+TEST_F(CConvertTest, BinaryUnloadClosesEveryFileTheFacilityHolds) {
+  ByteArray out;
+  EXPECT_FALSE(m_convert->LoadItem(PathOf("empty.bin"), FILE_BINARY, out));
+  ASSERT_EQ(m_convert->OpenFileCount(), 1u);  // the empty file's load skipped the close
+  String target = PathOf("written.bin");
+  ASSERT_TRUE(m_convert->UnloadItem(ByteArray{7}, target, FILE_BINARY, true));
+  EXPECT_EQ(m_convert->OpenFileCount(), 0u);
+}
+
 TEST_F(CConvertTest, BinaryLoadOfAFolderIsAFileAccessError) {
   ByteArray out;
   EXPECT_FALSE(m_convert->LoadItem(String::FromUtf8(m_dir.string()), FILE_BINARY, out));
