@@ -36,10 +36,6 @@ const CConstQUIV k;
 // Every test of this file runs without writing the application log.
 const auto* const kQuiet = ::testing::AddGlobalTestEnvironment(new test::QuietEnvironment);
 
-// MD5's identifier with every upper bit set: the class bits alone read as a hash.
-const int32_t kNegativeMd5 =
-    static_cast<int32_t>(0xFFFF0000u | static_cast<uint32_t>(k.CALG_MD5()));
-
 const char* const kMd5OfAbc = "900150983CD24FB0D6963F7D28E17F72";
 
 // The number of the library error a call throws past its caller, or 0 when it throws none.

@@ -38,6 +38,10 @@ class RsaKeyPairFixture : public ::testing::Test {
  protected:
   static constexpr int16_t kExchange = static_cast<int16_t>(CConstQUIV().AT_KEYEXCHANGE());
   static constexpr int16_t kSignature = static_cast<int16_t>(CConstQUIV().AT_SIGNATURE());
+  // MD5's identifier with every upper bit set: a negative number whose class bits alone read as
+  // a hash's.
+  static constexpr int32_t kNegativeMd5 =
+      static_cast<int32_t>(0xFFFF0000u | static_cast<uint32_t>(CConstQUIV().CALG_MD5()));
 
   // A suite that keeps keys of its own calls these around its own set-up and tear-down.
   static void SetUpTestSuite() {
