@@ -18,34 +18,38 @@ const auto* const kQuiet = ::testing::AddGlobalTestEnvironment(new test::QuietEn
 
 class KeyPairHandOutTest : public test::RsaKeyPairFixture {
  protected:
+  using HandOut = bool (CProvider::*)(Ref<CRSAKeyPair>&);
+
   // The role an empty pair names when asked for its key-pair handle.
   static int32_t RoleRefusal(const Ref<CRSAKeyPair>& pair) {
     HCRYPTKEY handle = 0;
     EXPECT_FALSE(pair->GetKeyPairHandle(handle));
     return pair->m_oLastError->m_lErrNumber;
   }
+  // Gives the handed-out pair the other role, then asks the provider for it again.
+  static void ExpectRoleSetAgain(HandOut handOut, int16_t otherRole, int32_t ownRefusal,
+                                 int32_t otherRefusal) {
+    Ref<CRSAKeyPair> pair;
+    ASSERT_TRUE((*s_provider.*handOut)(pair));
+    ASSERT_TRUE(pair->SetExOrSigKeyObject(otherRole));
+    EXPECT_EQ(RoleRefusal(pair), otherRefusal);
+    Ref<CRSAKeyPair> again;
+    ASSERT_TRUE((*s_provider.*handOut)(again));
+    EXPECT_TRUE(again == pair);  // the same object, its role set back
+    EXPECT_EQ(RoleRefusal(pair), ownRefusal);
+  }
 };
 
 TEST_F(KeyPairHandOutTest, TheExchangePairIsMadeAnExchangePairAgainAtEveryHandOut) {
-  Ref<CRSAKeyPair> pair;
-  ASSERT_TRUE(s_provider->GetExchangeKeyPairObject(pair));
-  ASSERT_TRUE(pair->SetExOrSigKeyObject(kSignature));
-  EXPECT_EQ(RoleRefusal(pair), KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_SIGNATURE_KEY_PAIR);
-  Ref<CRSAKeyPair> again;
-  ASSERT_TRUE(s_provider->GetExchangeKeyPairObject(again));
-  EXPECT_TRUE(again == pair);
-  EXPECT_EQ(RoleRefusal(pair), KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_EXCHANGE_KEY_PAIR);
+  ExpectRoleSetAgain(&CProvider::GetExchangeKeyPairObject, kSignature,
+                     KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_EXCHANGE_KEY_PAIR,
+                     KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_SIGNATURE_KEY_PAIR);
 }
 
 TEST_F(KeyPairHandOutTest, TheSignaturePairIsMadeASignaturePairAgainAtEveryHandOut) {
-  Ref<CRSAKeyPair> pair;
-  ASSERT_TRUE(s_provider->GetSignatureKeyPairObject(pair));
-  ASSERT_TRUE(pair->SetExOrSigKeyObject(kExchange));
-  EXPECT_EQ(RoleRefusal(pair), KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_EXCHANGE_KEY_PAIR);
-  Ref<CRSAKeyPair> again;
-  ASSERT_TRUE(s_provider->GetSignatureKeyPairObject(again));
-  EXPECT_TRUE(again == pair);
-  EXPECT_EQ(RoleRefusal(pair), KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_SIGNATURE_KEY_PAIR);
+  ExpectRoleSetAgain(&CProvider::GetSignatureKeyPairObject, kExchange,
+                     KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_SIGNATURE_KEY_PAIR,
+                     KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_EXCHANGE_KEY_PAIR);
 }
 
 TEST_F(KeyPairHandOutTest, ANewProviderHasItsLastErrorFromTheStart) {
