@@ -13,7 +13,7 @@
 #include "platform/ProviderInfo.h"
 #include "platform/RsaKey.h"
 #include "platform/SymmetricKey.h"
-#include "support/RsaPlatformHelpers.h"
+#include "support/PlatformTestHelpers.h"
 
 namespace quiv::platform {
 namespace {

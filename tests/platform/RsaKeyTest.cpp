@@ -13,7 +13,7 @@
 #include "platform/CspError.h"
 #include "platform/HashObject.h"
 #include "platform/ProviderInfo.h"
-#include "support/RsaPlatformHelpers.h"
+#include "support/PlatformTestHelpers.h"
 
 namespace quiv::platform {
 namespace {

@@ -13,6 +13,7 @@
 #include "platform/HashObject.h"
 #include "platform/ProviderInfo.h"
 #include "support/OpensslEnc.h"
+#include "support/PlatformTestHelpers.h"
 #include "support/VectorFile.h"
 
 namespace quiv::platform {
@@ -22,31 +23,12 @@ using Bytes = std::vector<uint8_t>;
 using test::VectorFile;
 using test::WindowsVectors;
 
-const ProviderInfo& Base() {
-  return ProviderInfo::Of(ProviderKind::Base);
-}
-const ProviderInfo& Enhanced() {
-  return ProviderInfo::Of(ProviderKind::Enhanced);
-}
-const ProviderInfo& Strong() {
-  return ProviderInfo::Of(ProviderKind::Strong);
-}
-const ProviderInfo& ByName(const std::string& kind) {
-  if (kind == "Base") return Base();
-  return kind == "Enhanced" ? Enhanced() : Strong();
-}
-
-uint32_t ErrorOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const CspError& e) {
-    return e.code();
-  }
-  return 0;
-}
-uint32_t Code(long code) {
-  return static_cast<uint32_t>(code);
-}
+using test::Base;
+using test::ByName;
+using test::Code;
+using test::Enhanced;
+using test::ErrorOf;
+using test::Strong;
 
 Bytes H(std::string_view hex) {
   return VectorFile::DecodeHex(hex);

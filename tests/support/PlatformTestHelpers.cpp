@@ -1,4 +1,4 @@
-#include "support/RsaPlatformHelpers.h"
+#include "support/PlatformTestHelpers.h"
 
 namespace quiv::test {
 
@@ -20,6 +20,11 @@ const platform::ProviderInfo& Enhanced() {
 
 const platform::ProviderInfo& Strong() {
   return *platform::ProviderInfo::FindByName(MS_STRONG_PROV_A);
+}
+
+const platform::ProviderInfo& ByName(const std::string& kind) {
+  if (kind == "Base") return Base();
+  return kind == "Enhanced" ? Enhanced() : Strong();
 }
 
 }  // namespace quiv::test

@@ -1,9 +1,9 @@
-// RsaPlatformHelpers: what the platform's RSA and key blob tests share: the recorded keys and
-// vectors of windows-csp.json by name, the three providers' descriptions, and the error code a
-// platform call throws. Nothing here reaches OpenSSL: the independent arithmetic those tests
-// check against stays in the tests themselves.
-#ifndef QUIV_TESTS_SUPPORT_RSAPLATFORMHELPERS_H
-#define QUIV_TESTS_SUPPORT_RSAPLATFORMHELPERS_H
+// PlatformTestHelpers: what the platform's tests share: the recorded keys and vectors of
+// windows-csp.json by name, the three providers' descriptions, and the error code a platform
+// call throws. Nothing here reaches OpenSSL: the independent arithmetic the tests check against
+// stays in the tests themselves.
+#ifndef QUIV_TESTS_SUPPORT_PLATFORMTESTHELPERS_H
+#define QUIV_TESTS_SUPPORT_PLATFORMTESTHELPERS_H
 
 #include <cstdint>
 #include <memory>
@@ -27,6 +27,8 @@ std::vector<uint8_t> ToBytes(const platform::SecureBytes& bytes);
 const platform::ProviderInfo& Base();
 const platform::ProviderInfo& Enhanced();
 const platform::ProviderInfo& Strong();
+// "Base", "Enhanced", anything else the Strong provider.
+const platform::ProviderInfo& ByName(const std::string& kind);
 
 // The code of the CspError `f` throws, 0 when it returns.
 template <class F>
