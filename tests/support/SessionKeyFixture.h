@@ -17,6 +17,7 @@
 #include "automation/Ref.h"
 #include "automation/String.h"
 #include "constants/CConstQUIV.h"
+#include "data/CMessagetext.h"
 #include "keys/CSessionKey.h"
 #include "provider/CProvider.h"
 #include "support/TempKeyStore.h"
@@ -79,6 +80,29 @@ class SessionKeyFixture : public ::testing::Test {
     return Message(key).find("(" + nameAndValue + ")") != std::string::npos;
   }
 
+  // The key's ciphertext of plain, made through a message object of its own.
+  static ByteArray EncryptOnce(const Ref<CSessionKey>& key, const ByteArray& plain) {
+    Ref<CMessagetext> message = MakeRef<CMessagetext>();
+    EXPECT_TRUE(message->SetMessageText(plain));
+    EXPECT_TRUE(key->Encrypt(message)) << Message(key);
+    ByteArray out;
+    EXPECT_TRUE(message->GetMessageText(out));
+    return out;
+  }
+  static int32_t KeyLength(const Ref<CSessionKey>& key) {
+    int32_t bits = -1;
+    EXPECT_TRUE(key->GetKeyLength(bits)) << Message(key);
+    return bits;
+  }
+  // The key's IV as hex.
+  static std::string IV(const Ref<CSessionKey>& key) {
+    String hex;
+    EXPECT_TRUE(key->UnloadIV(hex, STRING_HEX)) << Message(key);
+    return hex.ToUtf8();
+  }
+
+  // Ten bytes of plaintext: "QUIV keys!".
+  const ByteArray m_sample{0x51, 0x55, 0x49, 0x56, 0x20, 0x6B, 0x65, 0x79, 0x73, 0x21};
   QuietLog m_quiet;
   platform::ScopedPlatformOverride m_use{m_quiet};
   TempKeyStore m_store;
@@ -86,6 +110,18 @@ class SessionKeyFixture : public ::testing::Test {
   std::vector<Ref<CSessionKey>> m_keys;
 };
 
+// The same behaviour on every provider the library names, and on the platform default. A test
+// file instantiates it with EVERY_SESSION_KEY_PROVIDER(suite).
+class SessionKeyOnEveryProvider : public SessionKeyFixture,
+                                  public ::testing::WithParamInterface<const char*> {
+ protected:
+  void SetUp() override { OpenByLabel(GetParam()); }
+};
+
 }  // namespace quiv::test
+
+#define EVERY_SESSION_KEY_PROVIDER(suite)                                                      \
+  INSTANTIATE_TEST_SUITE_P(Providers, suite, ::testing::Values("Base", "Enhanced", "Default"), \
+                           [](const auto& info) { return std::string(info.param); })
 
 #endif
