@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/CspError.h"
+#include "support/Rc2Vectors.h"
 #include "support/VectorFile.h"
 
 namespace quiv::platform {
@@ -42,26 +43,9 @@ Bytes Apply(CipherEngine& engine, Bytes data, bool encrypt) {
 }
 
 TEST(CipherEngineTest, Rc2Rfc2268) {
-  struct Case {
-    const char* key;
-    DWORD effective;
-    const char* plain;
-    const char* cipher;
-  };
-  const Case cases[] = {
-      {"0000000000000000", 63, "0000000000000000", "ebb773f993278eff"},
-      {"ffffffffffffffff", 64, "ffffffffffffffff", "278b27e42e2f0d49"},
-      {"3000000000000000", 64, "1000000000000001", "30649edf9be7d2c2"},
-      {"88", 64, "0000000000000000", "61a8a244adacccf0"},
-      {"88bca90e90875a", 64, "0000000000000000", "6ccf4308974c267f"},
-      {"88bca90e90875a7f0f79c384627bafb2", 64, "0000000000000000", "1a807d272bbe5db1"},
-      {"88bca90e90875a7f0f79c384627bafb2", 128, "0000000000000000", "2269552ab0f85ca6"},
-      {"88bca90e90875a7f0f79c384627bafb216f80a6f85920584c42fceb0be255daf1e", 129,
-       "0000000000000000", "5b78d3a43dfff1f1"},
-  };
-  for (const Case& c : cases) {
-    auto engine = CipherEngine::Create(CALG_RC2, H(c.key), c.effective, CRYPT_MODE_ECB, {});
-    EXPECT_EQ(HexOf(Apply(*engine, H(c.plain), true)), c.cipher) << c.key << "/" << c.effective;
+  for (const test::Rc2Vector& c : test::kRc2Vectors) {
+    auto engine = CipherEngine::Create(CALG_RC2, H(c.key), c.effectiveBits, CRYPT_MODE_ECB, {});
+    EXPECT_EQ(HexOf(Apply(*engine, H(c.plain), true)), c.cipher) << c.key << "/" << c.effectiveBits;
     EXPECT_EQ(HexOf(Apply(*engine, H(c.cipher), false)), c.plain);
   }
 }
