@@ -19,6 +19,7 @@
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
 #include "support/RecordMatchers.h"
+#include "support/SessionKeyFixture.h"
 #include "support/TempKeyStore.h"
 #include "support/VectorFile.h"
 
@@ -71,10 +72,7 @@ struct Session {
   }
 };
 
-std::string Record(const Ref<CSessionKey>& key) {
-  return key->m_oLastError.IsNothing() ? std::string() : key->m_oLastError->LastError().ToUtf8();
-}
-
+using test::EncryptOnce;
 class TransportBase : public ::testing::Test {
  protected:
   void TearDown() override {
@@ -88,15 +86,6 @@ class TransportBase : public ::testing::Test {
     String privateBlob;
     ASSERT_TRUE(sender.exchange->UnloadPrivateKey(privateBlob, STRING_HEX));
     ASSERT_TRUE(receiver.exchange->LoadKeyPair(privateBlob, STRING_HEX));
-  }
-
-  static ByteArray EncryptWith(const Ref<CSessionKey>& key, const ByteArray& plain) {
-    Ref<CMessagetext> message = MakeRef<CMessagetext>();
-    EXPECT_TRUE(message->SetMessageText(plain));
-    EXPECT_TRUE(key->Encrypt(message)) << Record(key);
-    ByteArray out;
-    EXPECT_TRUE(message->GetMessageText(out));
-    return out;
   }
 
   test::QuietLog m_quiet;
@@ -127,12 +116,14 @@ TEST_P(EveryProvider, AKeySentToAnotherSessionEncryptsTheSameWithTheSameModeAndI
   for (int32_t algId : {k.CALG_RC2(), k.CALG_RC4(), k.CALG_DES()}) {
     Ref<CSessionKey> original = sender.NewKey();
     ASSERT_TRUE(original->SetKeyAlgorithmID(algId));
-    ASSERT_TRUE(original->GenerateSessionKey()) << Record(original);
+    ASSERT_TRUE(original->GenerateSessionKey()) << test::KeyMessage(original);
     String blob;
-    ASSERT_TRUE(original->UnloadSessionKey(sender.exchange, blob, STRING_HEX)) << Record(original);
+    ASSERT_TRUE(original->UnloadSessionKey(sender.exchange, blob, STRING_HEX))
+        << test::KeyMessage(original);
 
     Ref<CSessionKey> copy = receiver.NewKey();
-    ASSERT_TRUE(copy->LoadSessionKey(receiver.exchange, blob, STRING_HEX)) << Record(copy);
+    ASSERT_TRUE(copy->LoadSessionKey(receiver.exchange, blob, STRING_HEX))
+        << test::KeyMessage(copy);
     int32_t copiedAlg = 0;
     ASSERT_TRUE(copy->GetKeyAlgorithmID(copiedAlg));
     EXPECT_EQ(copiedAlg, algId);
@@ -150,7 +141,7 @@ TEST_P(EveryProvider, AKeySentToAnotherSessionEncryptsTheSameWithTheSameModeAndI
       ASSERT_TRUE(copy->LoadAndAddIV(iv, STRING_HEX));
       ASSERT_TRUE(copy->ChangeCipherModeCode(u"CRYPT_MODE_CFB"));
     }
-    EXPECT_EQ(EncryptWith(copy, m_plain), EncryptWith(original, m_plain));
+    EXPECT_EQ(EncryptOnce(copy, m_plain), EncryptOnce(original, m_plain));
   }
 }
 
@@ -159,7 +150,7 @@ TEST_P(EveryProvider, TheBlobIsThePlatformsSimpleBlobUnchanged) {
   Ref<CSessionKey> key = sender.NewKey();
   ASSERT_TRUE(key->GenerateSessionKey());
   String hex;
-  ASSERT_TRUE(key->UnloadSessionKey(sender.exchange, hex, STRING_HEX)) << Record(key);
+  ASSERT_TRUE(key->UnloadSessionKey(sender.exchange, hex, STRING_HEX)) << test::KeyMessage(key);
   const std::vector<uint8_t> blob = test::VectorFile::DecodeHex(hex.ToUtf8());
   int32_t modulus = 0;
   ASSERT_TRUE(sender.exchange->GetModulus(modulus));
@@ -179,7 +170,7 @@ TEST_P(EveryProvider, AKeyMadeNotUnloadableCannotBeSent) {
   const int32_t code = key->m_oLastError->m_lErrNumber;
   EXPECT_TRUE(code == GENERAL_ERROR_UNABLE_TO_GET_AVAILABLE_MEMORY ||
               code == DATA_FORMAT_ERROR_UNABLE_TO_UNLOAD_KEY)
-      << Record(key);
+      << test::KeyMessage(key);
   EXPECT_EQ(test::RecordSource(key->m_oLastError), "QUIV.CSessionKey.UnloadSessionKey");
   EXPECT_EQ(out, String(u"unchanged"));
 }
@@ -192,12 +183,14 @@ TEST_P(EveryProvider, AnImportedKeyIsExportableOnlyWhenTheImporterSaysSo) {
   ASSERT_TRUE(original->UnloadSessionKey(sender.exchange, blob, STRING_HEX));
   Ref<CSessionKey> sealed = receiver.NewKey();
   ASSERT_TRUE(sealed->SetUnloadable(false));
-  ASSERT_TRUE(sealed->LoadSessionKey(receiver.exchange, blob, STRING_HEX)) << Record(sealed);
+  ASSERT_TRUE(sealed->LoadSessionKey(receiver.exchange, blob, STRING_HEX))
+      << test::KeyMessage(sealed);
   String again;
   EXPECT_FALSE(sealed->UnloadSessionKey(receiver.exchange, again, STRING_HEX));
   Ref<CSessionKey> open = receiver.NewKey();
   ASSERT_TRUE(open->LoadSessionKey(receiver.exchange, blob, STRING_HEX));
-  EXPECT_TRUE(open->UnloadSessionKey(receiver.exchange, again, STRING_HEX)) << Record(open);
+  EXPECT_TRUE(open->UnloadSessionKey(receiver.exchange, again, STRING_HEX))
+      << test::KeyMessage(open);
 }
 
 TEST_F(TransportBase, APublicKeyBlobIsNoSessionKeyAndTheOldKeyIsGone) {
@@ -210,7 +203,8 @@ TEST_F(TransportBase, APublicKeyBlobIsNoSessionKeyAndTheOldKeyIsGone) {
   EXPECT_TRUE(FailedWith(key->LoadSessionKey(sender.exchange, publicBlob, STRING_HEX),
                          key->m_oLastError, KEY_ERROR_WRONG_KEY_TYPE,
                          "QUIV.CSessionKey.LoadSessionKey"));
-  EXPECT_NE(Record(key).find("(i_nLoadFormat=2)"), std::string::npos) << Record(key);
+  EXPECT_NE(test::KeyMessage(key).find("(i_nLoadFormat=2)"), std::string::npos)
+      << test::KeyMessage(key);
   HCRYPTKEY handle = 0;
   EXPECT_FALSE(key->GetKeyHandle(handle));
 }
@@ -228,7 +222,8 @@ TEST_F(TransportBase, EachLoadStepReportsItsOwnCode) {
   Ref<CSessionKey> key = receiver.NewKey();
   EXPECT_TRUE(FailedWith(key->LoadSessionKey(receiver.exchange, u"not hex", STRING_HEX),
                          key->m_oLastError, DATA_FORMAT_ERROR_UNABLE_TO_LOAD_KEY, source));
-  EXPECT_NE(Record(key).find("(io_sSessionKey=not hex)"), std::string::npos) << Record(key);
+  EXPECT_NE(test::KeyMessage(key).find("(io_sSessionKey=not hex)"), std::string::npos)
+      << test::KeyMessage(key);
   // A pair without keys, then a public key alone: no private key to unwrap with.
   EXPECT_TRUE(FailedWith(key->LoadSessionKey(receiver.exchange, blob, STRING_HEX),
                          key->m_oLastError, KEY_ERROR_UNABLE_TO_GET_RSA_PRIVATE_KEY_HANDLE,
@@ -271,10 +266,11 @@ TEST_F(TransportBase, ASessionKeyTravelsThroughAHexFile) {
   ASSERT_TRUE(original->SetKeyAlgorithmID(k.CALG_3DES()));
   ASSERT_TRUE(original->GenerateSessionKey());
   String path = String::FromUtf8((m_store.folder() / "session.hex").string());
-  ASSERT_TRUE(original->UnloadSessionKey(sender.exchange, path, FILE_HEX)) << Record(original);
+  ASSERT_TRUE(original->UnloadSessionKey(sender.exchange, path, FILE_HEX))
+      << test::KeyMessage(original);
   Ref<CSessionKey> copy = receiver.NewKey();
-  ASSERT_TRUE(copy->LoadSessionKey(receiver.exchange, path, FILE_HEX)) << Record(copy);
-  EXPECT_EQ(EncryptWith(copy, m_plain), EncryptWith(original, m_plain));
+  ASSERT_TRUE(copy->LoadSessionKey(receiver.exchange, path, FILE_HEX)) << test::KeyMessage(copy);
+  EXPECT_EQ(EncryptOnce(copy, m_plain), EncryptOnce(original, m_plain));
 }
 
 TEST_F(TransportBase, TheRecordedWindowsSimpleBlobImportsAndDecrypts) {
@@ -288,7 +284,7 @@ TEST_F(TransportBase, TheRecordedWindowsSimpleBlobImportsAndDecrypts) {
   Ref<CSessionKey> key = sender.NewKey();
   ASSERT_TRUE(key->LoadSessionKey(sender.exchange,
                                   Hex(file.Shared("simpleblob_rc4_56_under_rsa1024")), STRING_HEX))
-      << Record(key);
+      << test::KeyMessage(key);
   int32_t algId = 0;
   ASSERT_TRUE(key->GetKeyAlgorithmID(algId));
   EXPECT_EQ(algId, k.CALG_RC4());
@@ -298,7 +294,7 @@ TEST_F(TransportBase, TheRecordedWindowsSimpleBlobImportsAndDecrypts) {
   Ref<CMessagetext> message = MakeRef<CMessagetext>();
   ASSERT_TRUE(message->SetMessageText(ByteArray(
       test::VectorFile::DecodeHex(vector.at("inputs").at("ciphertext").get<std::string>()))));
-  ASSERT_TRUE(key->Decrypt(message)) << Record(key);
+  ASSERT_TRUE(key->Decrypt(message)) << test::KeyMessage(key);
   ByteArray plain;
   ASSERT_TRUE(message->GetMessageText(plain));
   const std::vector<uint8_t> expected =

@@ -24,6 +24,21 @@
 
 namespace quiv::test {
 
+// The key's last error message, or "" while it has no record.
+inline std::string KeyMessage(const Ref<CSessionKey>& key) {
+  return key->m_oLastError.IsNothing() ? std::string() : key->m_oLastError->LastError().ToUtf8();
+}
+
+// The key's ciphertext of plain, made through a message object of its own.
+inline ByteArray EncryptOnce(const Ref<CSessionKey>& key, const ByteArray& plain) {
+  Ref<CMessagetext> message = MakeRef<CMessagetext>();
+  EXPECT_TRUE(message->SetMessageText(plain));
+  EXPECT_TRUE(key->Encrypt(message)) << KeyMessage(key);
+  ByteArray out;
+  EXPECT_TRUE(message->GetMessageText(out));
+  return out;
+}
+
 class SessionKeyFixture : public ::testing::Test {
  protected:
   void TearDown() override {
@@ -71,23 +86,14 @@ class SessionKeyFixture : public ::testing::Test {
     return key;
   }
 
-  // The key's last error message, or "" while it has no record.
-  static std::string Message(const Ref<CSessionKey>& key) {
-    return key->m_oLastError.IsNothing() ? std::string() : key->m_oLastError->LastError().ToUtf8();
-  }
+  static std::string Message(const Ref<CSessionKey>& key) { return KeyMessage(key); }
   // Whether the record's assembled message shows the parameter "(name=value)".
   static bool Shows(const Ref<CSessionKey>& key, const std::string& nameAndValue) {
     return Message(key).find("(" + nameAndValue + ")") != std::string::npos;
   }
 
-  // The key's ciphertext of plain, made through a message object of its own.
   static ByteArray EncryptOnce(const Ref<CSessionKey>& key, const ByteArray& plain) {
-    Ref<CMessagetext> message = MakeRef<CMessagetext>();
-    EXPECT_TRUE(message->SetMessageText(plain));
-    EXPECT_TRUE(key->Encrypt(message)) << Message(key);
-    ByteArray out;
-    EXPECT_TRUE(message->GetMessageText(out));
-    return out;
+    return test::EncryptOnce(key, plain);
   }
   static int32_t KeyLength(const Ref<CSessionKey>& key) {
     int32_t bits = -1;
