@@ -7,12 +7,12 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <functional>
 #include <stdexcept>
 #include <vector>
 
 #include "platform/CspError.h"
 #include "platform/wincrypt.h"
+#include "support/PlatformTestHelpers.h"
 #include "support/TempKeyStore.h"
 
 namespace quiv::platform {
@@ -21,14 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 using Bytes = std::vector<uint8_t>;
 
-uint32_t ErrorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const CspError& e) {
-    return e.code();
-  }
-  return 0;
-}
+using test::ErrorOf;
 
 mode_t ModeOf(const fs::path& path) {
   struct stat info {};

@@ -4,11 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "platform/CspError.h"
+#include "support/PlatformTestHelpers.h"
 #include "support/Rc2Vectors.h"
 #include "support/VectorFile.h"
 
@@ -24,14 +24,7 @@ Bytes H(std::string_view hex) {
 std::string HexOf(const Bytes& bytes) {
   return VectorFile::EncodeHex(bytes);
 }
-uint32_t ErrorOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const CspError& e) {
-    return e.code();
-  }
-  return 0;
-}
+using test::ErrorOf;
 
 Bytes Apply(CipherEngine& engine, Bytes data, bool encrypt) {
   if (encrypt) {

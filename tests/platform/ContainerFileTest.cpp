@@ -9,20 +9,14 @@
 #include <vector>
 
 #include "platform/CspError.h"
+#include "support/PlatformTestHelpers.h"
 
 namespace quiv::platform {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-uint32_t ErrorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const CspError& e) {
-    return e.code();
-  }
-  return 0;
-}
+using test::ErrorOf;
 
 constexpr uint32_t kEntryBad = static_cast<uint32_t>(NTE_KEYSET_ENTRY_BAD);
 

@@ -24,6 +24,7 @@
 
 #include "platform/AtomicFile.h"
 #include "platform/CspError.h"
+#include "support/PlatformTestHelpers.h"
 #include "support/TempKeyStore.h"
 
 namespace quiv::platform {
@@ -36,14 +37,7 @@ constexpr uint32_t Code(LONG value) {
   return static_cast<uint32_t>(value);
 }
 
-uint32_t ErrorOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const CspError& e) {
-    return e.code();
-  }
-  return 0;
-}
+using test::ErrorOf;
 
 Bytes PairFor(std::string_view name, DWORD slot, uint32_t version = 0) {
   Bytes pair(40 + name.size());

@@ -13,6 +13,7 @@
 #include "platform/CspError.h"
 #include "platform/ProviderInfo.h"
 #include "platform/SymmetricKey.h"
+#include "support/CapiCalls.h"
 #include "support/OpensslEnc.h"
 #include "support/PlatformTestHelpers.h"
 #include "support/VectorFile.h"
@@ -69,16 +70,7 @@ std::unique_ptr<SymmetricKey> HmacKey(const Bytes& key) {
 }
 
 void SetInfo(HashObject& hash, ALG_ID algid, Bytes* inner = nullptr, Bytes* outer = nullptr) {
-  HMAC_INFO info{};
-  info.HashAlgid = algid;
-  if (inner != nullptr) {
-    info.pbInnerString = inner->data();
-    info.cbInnerString = static_cast<DWORD>(inner->size());
-  }
-  if (outer != nullptr) {
-    info.pbOuterString = outer->data();
-    info.cbOuterString = static_cast<DWORD>(outer->size());
-  }
+  const HMAC_INFO info = test::HmacInfo(algid, inner, outer);
   hash.SetParam(HP_HMAC_INFO, reinterpret_cast<const BYTE*>(&info), 0);
 }
 
