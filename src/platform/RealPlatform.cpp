@@ -145,9 +145,13 @@ BOOL RealPlatform::GetVersionExA(OSVERSIONINFOA* lpVersionInformation) {
   return ::GetVersionExA(lpVersionInformation);
 }
 
-bool RealPlatform::StartLogging(std::string_view path, LogMode mode) {
+namespace {
+
+// Runs a log operation; a failure becomes the thread's last error, as a Windows call's would.
+template <class F>
+bool ReportingFailure(F&& operation) {
   try {
-    m_log.Start(path, mode);
+    operation();
     return true;
   } catch (const CspError& e) {
     ThreadLastError::Set(e.code());
@@ -157,16 +161,14 @@ bool RealPlatform::StartLogging(std::string_view path, LogMode mode) {
   return false;
 }
 
+}  // namespace
+
+bool RealPlatform::StartLogging(std::string_view path, LogMode mode) {
+  return ReportingFailure([&] { m_log.Start(path, mode); });
+}
+
 bool RealPlatform::LogEvent(std::string_view text, LogEventType type) {
-  try {
-    m_log.Write(text, type);
-    return true;
-  } catch (const CspError& e) {
-    ThreadLastError::Set(e.code());
-  } catch (...) {
-    ThreadLastError::Set(ERROR_NOT_ENOUGH_MEMORY);
-  }
-  return false;
+  return ReportingFailure([&] { m_log.Write(text, type); });
 }
 
 }  // namespace quiv::platform
