@@ -39,6 +39,8 @@ class QUIV_API ByteArray final {
   // Makes room for `capacity` elements without changing the array, so that a later ReDimPreserve
   // up to that size keeps the buffer (and its already touched pages).
   void Reserve(size_t capacity) { m_bytes.reserve(capacity); }
+  // How many elements fit before the buffer must move.
+  size_t Capacity() const { return m_bytes.capacity(); }
   // Zeroes every element, keeping the size.
   void Wipe();
 

@@ -35,8 +35,15 @@ bool CMessagetext::GetMessagetextLengthInChars(int32_t& o_lCharLen) {
 }
 
 bool CMessagetext::GetMessageText(ByteArray& o_abMsgTxt) {
+  return GetMessageText(o_abMsgTxt, 0);
+}
+
+bool CMessagetext::GetMessageText(ByteArray& o_abMsgTxt, size_t i_nRoom) {
   return Trap(m_oLastError, u"QUIV.CMessageText.GetMessageText", [&] {
     if (m_abMessage.UBound() == 0) RaiseQuiv(MESSAGETEXT_ERROR_OBJECT_CONTAINS_NO_MESSAGETEXT);
+    if (o_abMsgTxt.Capacity() < m_abMessage.size()) {
+      o_abMsgTxt.Reserve(m_abMessage.size() + i_nRoom);
+    }
     o_abMsgTxt = m_abMessage;
   });
 }

@@ -74,6 +74,10 @@ class QUIV_API CMessagetext final : public Object, public IHash {
 
   // Ties the message to its provider (a counted reference).
   bool SetProvider(const Ref<CProvider>& i_oProvider);
+  // GetMessageText for a copy that will grow by up to `i_nRoom` bytes (same checks, same source):
+  // when the target must get a new buffer anyway, the buffer has that room, so a block cipher's
+  // padding does not move the copy again. A target that already fits keeps its buffer.
+  bool GetMessageText(ByteArray& o_abMsgTxt, size_t i_nRoom);
   // Exchanges the buffer with the caller's array in one step, without copying or allocating:
   // the caller's array becomes the message and gets the old buffer back for reuse. Source
   // "QUIV.CMessageText.SetMessageText", as it sets the message.

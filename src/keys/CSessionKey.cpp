@@ -20,6 +20,10 @@ namespace {
 
 using platform::Platform;
 
+// What a final block's padding can add to a message: one block of DES, 3DES or RC2, the longest
+// block these providers have.
+constexpr size_t kPaddingRoom = 8;
+
 // How many leading bytes of the plaintext a failed Encrypt records.
 constexpr size_t kRecordedPlaintextChars = 10;
 
@@ -581,7 +585,8 @@ bool CSessionKey::Encrypt(const Ref<CMessagetext>& i_oMsgTxt, int32_t& io_lAmoun
         RequireKey();
         SquareAmount(io_lAmount);
         const bool final = io_lAmount != 0;
-        if (!i_oMsgTxt->GetMessageText(data)) {
+        // With room for the padding, a block cipher's output grows the copy without moving it.
+        if (!i_oMsgTxt->GetMessageText(data, kPaddingRoom)) {
           RaiseQuiv(MESSAGETEXT_ERROR_UNABLE_TO_GET_MESSAGETEXT);
         }
         int32_t algId = 0;

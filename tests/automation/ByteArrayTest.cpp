@@ -71,6 +71,14 @@ TEST(ByteArray, ReserveKeepsTheContentAndLetsReDimPreserveStayInPlace) {
   EXPECT_EQ(bytes[63], 0);
 }
 
+TEST(ByteArray, CapacityShowsWhatFitsBeforeTheBufferMoves) {
+  ByteArray bytes{1, 2, 3};
+  EXPECT_GE(bytes.Capacity(), 3u);
+  bytes.Reserve(40);
+  EXPECT_GE(bytes.Capacity(), 40u);
+  EXPECT_EQ(bytes.UBound(), 2);
+}
+
 TEST(ByteArray, WipeZeroesEveryElementAndKeepsTheSize) {
   ByteArray bytes{7, 8, 9, 10};
   bytes.Wipe();

@@ -135,6 +135,36 @@ TEST_F(CMessagetextTest, ExchangeSwapsTheBuffersWithoutCopying) {
   EXPECT_EQ(next.data(), nextBuffer);
 }
 
+TEST_F(CMessagetextTest, ACopyThatMustMoveGetsTheRoomAskedFor) {
+  ASSERT_TRUE(message->SetMessageText(ByteArray(std::vector<uint8_t>(100, 7))));
+  ByteArray small{1, 2};
+  ASSERT_TRUE(message->GetMessageText(small, 8));
+  EXPECT_EQ(small, ByteArray(std::vector<uint8_t>(100, 7)));
+  EXPECT_GE(small.Capacity(), 108u);
+  // Growing by the room keeps the buffer.
+  const uint8_t* const buffer = small.data();
+  small.ReDimPreserve(107);
+  EXPECT_EQ(small.data(), buffer);
+}
+
+TEST_F(CMessagetextTest, ACopyIntoATargetThatFitsKeepsItsBuffer) {
+  ASSERT_TRUE(message->SetMessageText(ByteArray{1, 2, 3}));
+  ByteArray large(std::vector<uint8_t>(50, 9));
+  const uint8_t* const buffer = large.data();
+  ASSERT_TRUE(message->GetMessageText(large, 8));
+  EXPECT_EQ(large, (ByteArray{1, 2, 3}));
+  EXPECT_EQ(large.data(), buffer);
+}
+
+TEST_F(CMessagetextTest, ACopyWithRoomRefusesTheEmptyMessageLikeTheCopyWithout) {
+  ByteArray out{4, 5};
+  EXPECT_TRUE(FailedWith(message->GetMessageText(out, 8), message->m_oLastError,
+                         MESSAGETEXT_ERROR_OBJECT_CONTAINS_NO_MESSAGETEXT,
+                         "QUIV.CMessageText.GetMessageText"));
+  EXPECT_EQ(out, (ByteArray{4, 5}));
+  EXPECT_EQ(out.Capacity(), 2u);
+}
+
 TEST_F(CMessagetextTest, ACallersArrayWithNoElementsFailsTheLengthGettersAsTheRunTimeDoes) {
   // SetMessageText takes any array unchecked; reading byte 0 of one with no elements is the run
   // time's subscript error.
