@@ -43,6 +43,26 @@ const EVP_MD* EvpBaseline::Digest(const std::string& name) {
   return slot.get();
 }
 
+size_t EvpBaseline::CipherOnce(EVP_CIPHER_CTX* ctx, const EVP_CIPHER* cipher,
+                               std::span<const uint8_t> key, bool encrypt, const uint8_t* in,
+                               size_t n, uint8_t* out) {
+  static const uint8_t kZeroIV[16] = {};
+  const int direction = encrypt ? 1 : 0;
+  EVP_CIPHER_CTX_reset(ctx);
+  // The key length first: RC2 and RC4 take keys of more than one length.
+  Check(EVP_CipherInit_ex2(ctx, cipher, nullptr, nullptr, direction, nullptr),
+        "EVP_CipherInit_ex2");
+  Check(EVP_CIPHER_CTX_set_key_length(ctx, static_cast<int>(key.size())),
+        "EVP_CIPHER_CTX_set_key_length");
+  Check(EVP_CipherInit_ex2(ctx, nullptr, key.data(), kZeroIV, direction, nullptr),
+        "EVP_CipherInit_ex2");
+  int length = 0;
+  int last = 0;
+  Check(EVP_CipherUpdate(ctx, out, &length, in, static_cast<int>(n)), "EVP_CipherUpdate");
+  Check(EVP_CipherFinal_ex(ctx, out + length, &last), "EVP_CipherFinal_ex");
+  return static_cast<size_t>(length + last);
+}
+
 EvpKey EvpBaseline::PrivateKeyFromBlob(std::span<const uint8_t> blob) {
   const unsigned char* in = blob.data();
   EvpKey key(b2i_PrivateKey(&in, static_cast<long>(blob.size())));

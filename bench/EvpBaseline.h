@@ -41,6 +41,12 @@ class EvpBaseline final {
   // The RSA key held in a CryptoAPI PRIVATEKEYBLOB, through OpenSSL's MSBLOB reader.
   static EvpKey PrivateKeyFromBlob(std::span<const uint8_t> blob);
 
+  // One whole message through `cipher` with `key` and a zero IV (CBC ciphers pad with PKCS#5),
+  // from `in` into `out`, which has room for n plus one block; returns the output length.
+  static size_t CipherOnce(EVP_CIPHER_CTX* ctx, const EVP_CIPHER* cipher,
+                           std::span<const uint8_t> key, bool encrypt, const uint8_t* in, size_t n,
+                           uint8_t* out);
+
   // Throws when an EVP call returned anything but 1.
   static void Check(int ok, const char* call);
 

@@ -11,7 +11,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -19,6 +18,7 @@
 #include <vector>
 
 #include "EvpBaseline.h"
+#include "ObjectSession.h"
 #include "PairTimer.h"
 #include "RatioReporter.h"
 #include "platform/wincrypt.h"
@@ -46,46 +46,7 @@ std::vector<uint8_t> RandomBytes(size_t n, uint64_t seed) {
   return bytes;
 }
 
-void Require(bool ok, const char* what, const Ref<CErrHandler>& record) {
-  if (ok) return;
-  std::string why = what;
-  if (!record.IsNothing()) why += ": " + record->LastError().ToUtf8();
-  throw std::runtime_error(why);
-}
-
-// A provider session on the Enhanced provider with its working objects.
-struct Session {
-  Ref<CProvider> provider = CProvider::Create();
-  Ref<CMessagetext> message;
-  Ref<CSessionKey> key;
-  Ref<CRSAKeyPair> signature;
-
-  Session() {
-    const CConstQUIV c;
-    Require(provider->SetProviderTypeID(c.PROV_RSA_FULL()), "type", provider->m_oLastError);
-    Require(provider->SetProviderName(c.MS_ENHANCED_PROV()), "name", provider->m_oLastError);
-    Require(provider->LoadProvider(), "LoadProvider", provider->m_oLastError);
-    Require(provider->GetMessageTextObject(message), "message", provider->m_oLastError);
-    Require(provider->GetSessionKeyObject(key), "key", provider->m_oLastError);
-    Require(provider->GetSignatureKeyPairObject(signature), "pair", provider->m_oLastError);
-  }
-  ~Session() { provider->TerminateAll(); }
-
-  // The session key's bytes as the provider exports them (PLAINTEXTKEYBLOB: 12-byte head).
-  std::vector<uint8_t> KeyBytes() const {
-    HCRYPTKEY handle = 0;
-    Require(key->GetKeyHandle(handle), "GetKeyHandle", key->m_oLastError);
-    std::vector<uint8_t> blob(256);
-    DWORD length = static_cast<DWORD>(blob.size());
-    if (!CryptExportKey(handle, 0, static_cast<DWORD>(CConstQUIV().PLAINTEXTKEYBLOB()), 0,
-                        blob.data(), &length)) {
-      throw std::runtime_error("PLAINTEXTKEYBLOB export failed");
-    }
-    uint32_t keyLength = 0;
-    std::memcpy(&keyLength, blob.data() + 8, 4);
-    return {blob.begin() + 12, blob.begin() + 12 + keyLength};
-  }
-};
+using Session = ObjectSession;
 
 // One cipher case: our message object and key against EVP with the same key bytes.
 class CipherCase {
@@ -134,23 +95,7 @@ class CipherCase {
 
  private:
   size_t EvpRun(bool encrypt, const uint8_t* in, size_t n) {
-    const std::vector<uint8_t> iv(16, 0);
-    EVP_CIPHER_CTX_reset(m_ctx.get());
-    EvpBaseline::Check(
-        EVP_CipherInit_ex2(m_ctx.get(), m_cipher, nullptr, nullptr, encrypt ? 1 : 0, nullptr),
-        "EVP_CipherInit_ex2");
-    EvpBaseline::Check(EVP_CIPHER_CTX_set_key_length(m_ctx.get(), static_cast<int>(m_key.size())),
-                       "EVP_CIPHER_CTX_set_key_length");
-    EvpBaseline::Check(
-        EVP_CipherInit_ex2(m_ctx.get(), nullptr, m_key.data(), iv.data(), encrypt ? 1 : 0, nullptr),
-        "EVP_CipherInit_ex2");
-    int out = 0;
-    int last = 0;
-    EvpBaseline::Check(EVP_CipherUpdate(m_ctx.get(), m_work.data(), &out, in, static_cast<int>(n)),
-                       "EVP_CipherUpdate");
-    EvpBaseline::Check(EVP_CipherFinal_ex(m_ctx.get(), m_work.data() + out, &last),
-                       "EVP_CipherFinal_ex");
-    return static_cast<size_t>(out + last);
+    return EvpBaseline::CipherOnce(m_ctx.get(), m_cipher, m_key, encrypt, in, n, m_work.data());
   }
 
   Session& m_session;
