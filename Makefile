@@ -18,9 +18,10 @@ demo: deps
 	@cmake --build $(DEMO_DIR) --target quiv_demo -j $(JOBS) >/dev/null
 	@$(DEMO_DIR)/examples/quiv_demo
 
-# Every test, under AddressSanitizer and UndefinedBehaviorSanitizer, through CTest.
+# Every test, under AddressSanitizer and UndefinedBehaviorSanitizer, through CTest; a compiler
+# warning fails the build.
 test: deps
-	@cmake -S . -B $(TEST_DIR) -DCMAKE_BUILD_TYPE=Debug -DQUIV_BUILD_TESTS=ON -DQUIV_SANITIZE=ON >/dev/null
+	@cmake -S . -B $(TEST_DIR) -DCMAKE_BUILD_TYPE=Debug -DQUIV_BUILD_TESTS=ON -DQUIV_SANITIZE=ON -DQUIV_WARNINGS_AS_ERRORS=ON >/dev/null
 	@cmake --build $(TEST_DIR) -j $(JOBS)
 	@cd $(TEST_DIR) && ctest --output-on-failure -j $(JOBS)
 
