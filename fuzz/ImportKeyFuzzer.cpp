@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "FuzzSupport.h"
 #include "RecordedKeys.h"
 #include "platform/CspError.h"
 #include "platform/KeyBlob.h"
@@ -26,13 +27,8 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-Bytes FromHex(const char* hex) {
-  Bytes out;
-  for (const char* p = hex; p[0] && p[1]; p += 2) {
-    out.push_back(static_cast<uint8_t>(std::stoi(std::string(p, 2), nullptr, 16)));
-  }
-  return out;
-}
+using fuzz::FromHex;
+using fuzz::Require;
 
 const ProviderInfo& Provider(unsigned selector) {
   static const char* const names[] = {MS_DEF_PROV_A, MS_ENHANCED_PROV_A, MS_STRONG_PROV_A,
@@ -43,10 +39,6 @@ const ProviderInfo& Provider(unsigned selector) {
 const RsaKey& ExchangeKey() {
   static const auto key = RsaKey::ImportPrivateBlob(Provider(1), FromHex(kPubexp1Hex), 0, nullptr);
   return *key;
-}
-
-void Require(bool condition) {
-  if (!condition) __builtin_trap();
 }
 
 bool IsPrefixThenZeros(const SecureBytes& exported, const Bytes& blob) {

@@ -25,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "FuzzSupport.h"
 #include "RecordedKeys.h"
 #include "automation/ByteArray.h"
 #include "automation/Ref.h"
@@ -42,9 +43,7 @@ namespace {
 
 using namespace quiv;
 
-void Require(bool ok) {
-  if (!ok) std::abort();
-}
+using fuzz::Require;
 
 // The recorded exchange pair with e = d = 1: a SIMPLEBLOB for it carries the PKCS#1 type 2 block
 // in the clear, so the fuzzer can reach keys that really import.

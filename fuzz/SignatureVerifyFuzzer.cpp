@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "FuzzSupport.h"
 #include "RecordedKeys.h"
 #include "platform/CspError.h"
 #include "platform/HashObject.h"
@@ -28,17 +29,8 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-Bytes FromHex(const char* hex) {
-  Bytes out;
-  for (const char* p = hex; p[0] && p[1]; p += 2) {
-    out.push_back(static_cast<uint8_t>(std::stoi(std::string(p, 2), nullptr, 16)));
-  }
-  return out;
-}
-
-void Require(bool condition) {
-  if (!condition) __builtin_trap();
-}
+using fuzz::FromHex;
+using fuzz::Require;
 
 const ProviderInfo& Enhanced() {
   return *ProviderInfo::FindByName(MS_ENHANCED_PROV_A);
