@@ -120,6 +120,8 @@ class QUIV_API CSessionKey final : public Object, public IHash {
 
   // --- The held key ---
 
+  // The held key's ALG_ID (KP_ALGID); KEY_ERROR_KEY_OBJECT_DOES_NOT_HAVE_SESSION_KEY_HANDLE
+  // without a key, KEY_ERROR_UNABLE_TO_GET_KEY_ALGORITHM_ID when the platform cannot say.
   bool GetKeyAlgorithmID(int32_t& o_lKeyAlgID);
   // The algorithm's constant name, e.g. "CALG_RC2"; "(Unknown Key Algorithm ID!)" with a failure
   // for an algorithm the tables do not name.
@@ -144,6 +146,8 @@ class QUIV_API CSessionKey final : public Object, public IHash {
   // "QUIV.CSessionKey.SetKeyPermission").
   bool GetKeyPermissions(bool& o_fEncrypt, bool& o_fDecrypt, bool& o_fExport, bool& o_fRead,
                          bool& o_fWrite, bool& o_fMAC);
+  // Creates the record if needed and hands it the page context, whose URL, address and cookies
+  // then appear in every error message.
   bool OnStartPage(const Ref<IPageContext>& i_oScript);
 
   // --- IHash ---

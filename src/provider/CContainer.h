@@ -58,6 +58,8 @@ class QUIV_API CContainer final : public Object {
   // Creates the container. Parameters "i_sContainerName", "i_lContainerAccess".
   bool NewContainer(const String& i_sContainerName, int32_t i_lContainerAccess,
                     int32_t i_lContainerKeysAccess = ALL_KEYS);
+  // Creates the record if needed and hands it the page context, whose URL, address and cookies
+  // then appear in every error message.
   bool OnStartPage(const Ref<IPageContext>& i_oScript);
 
   // Internal: ties the container to its provider (a counted reference).

@@ -75,6 +75,8 @@ class QUIV_API CRSAKeyPair final : public Object, public IHash {
   // "type of keypair:", "contains only pub key:").
   Ref<CRSAKeyPair> PublicKey();
   Ref<CRSAKeyPair> PrivateKey();
+  // Creates the record if needed and hands it the page context, whose URL, address and cookies
+  // then appear in every error message.
   bool OnStartPage(const Ref<IPageContext>& i_oScript);
 
   // --- Signatures ---
