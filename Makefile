@@ -4,6 +4,8 @@ TEST_DIR := build/test
 DEMO_DIR := build/release
 BENCH_DIR := build/bench
 FUZZ_DIR := build/fuzz
+# ccache, when the machine has it, makes rebuilds in several checkouts cheap; it is optional.
+LAUNCHER := $(if $(shell command -v ccache 2>/dev/null),-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 
 .PHONY: all demo test deps format bench fuzz install clean
 
@@ -14,14 +16,14 @@ deps:
 
 # The main job: build the library in release mode and run the demo program.
 demo: deps
-	@cmake -S . -B $(DEMO_DIR) -DCMAKE_BUILD_TYPE=Release -DQUIV_BUILD_TESTS=OFF >/dev/null
+	@cmake -S . -B $(DEMO_DIR) -DCMAKE_BUILD_TYPE=Release -DQUIV_BUILD_TESTS=OFF $(LAUNCHER) >/dev/null
 	@cmake --build $(DEMO_DIR) --target quiv_demo -j $(JOBS) >/dev/null
 	@$(DEMO_DIR)/examples/quiv_demo
 
 # Every test, under AddressSanitizer and UndefinedBehaviorSanitizer, through CTest; a compiler
 # warning fails the build.
 test: deps
-	@cmake -S . -B $(TEST_DIR) -DCMAKE_BUILD_TYPE=Debug -DQUIV_BUILD_TESTS=ON -DQUIV_SANITIZE=ON -DQUIV_WARNINGS_AS_ERRORS=ON >/dev/null
+	@cmake -S . -B $(TEST_DIR) -DCMAKE_BUILD_TYPE=Debug -DQUIV_BUILD_TESTS=ON -DQUIV_SANITIZE=ON -DQUIV_WARNINGS_AS_ERRORS=ON $(LAUNCHER) >/dev/null
 	@cmake --build $(TEST_DIR) -j $(JOBS)
 	@cd $(TEST_DIR) && ctest --output-on-failure -j $(JOBS)
 
