@@ -621,9 +621,13 @@ void RsaKey::Decrypt(HashObject* hash, bool /*final*/, DWORD flags, BYTE* pbData
   if ((flags & ~static_cast<DWORD>(CRYPT_OAEP)) != 0) Fail(NTE_BAD_FLAGS);
   if (pbData == nullptr || pdwDataLen == nullptr) Fail(ERROR_INVALID_PARAMETER);
   if (!m_private) Fail(NTE_BAD_KEY);
-  // Windows reads k bytes whatever *pdwDataLen says; the incoming length is the room for the
-  // plaintext (a longer message fails with NTE_BAD_DATA and the length unchanged).
+  // The incoming length is both the ciphertext's length and the room for the plaintext (a
+  // longer message fails with NTE_BAD_DATA and the length unchanged). Windows reads k bytes
+  // whatever *pdwDataLen says; here a buffer shorter than the k-byte ciphertext is never read
+  // past its end. It fails with NTE_BAD_DATA, the code the providers give for a ciphertext
+  // they cannot use and for too little room, and the length stays unchanged.
   const size_t k = m_modulus.size();
+  if (*pdwDataLen < k) Fail(NTE_BAD_DATA);
   const SecureBytes plain = DecryptBlock({pbData, k}, (flags & CRYPT_OAEP) != 0);
   if (plain.size() > *pdwDataLen) Fail(NTE_BAD_DATA);
   std::memcpy(pbData, plain.data(), plain.size());

@@ -121,10 +121,11 @@ class QUIV_API RsaKey final {
   void Encrypt(HashObject* hash, bool final, DWORD flags, BYTE* pbData, DWORD* pdwDataLen,
                DWORD dwBufLen) const;
   // CryptDecrypt with a key-exchange pair: reads k little-endian bytes at pbData, removes the
-  // padding and writes the message at the start of pbData. The incoming *pdwDataLen must be k.
+  // padding and writes the message at the start of pbData. The incoming *pdwDataLen must be at
+  // least k; nothing past it is read.
   // throws NTE_BAD_KEY (signature key or no private part), NTE_BAD_FLAGS,
-  // ERROR_INVALID_PARAMETER (NULL pointers), NTE_BAD_LEN (*pdwDataLen not k; unconfirmed),
-  // NTE_BAD_DATA (bad padding; *pdwDataLen unchanged).
+  // ERROR_INVALID_PARAMETER (NULL pointers), NTE_BAD_DATA (*pdwDataLen below k, bad padding,
+  // or a message longer than *pdwDataLen; *pdwDataLen unchanged).
   void Decrypt(HashObject* hash, bool final, DWORD flags, BYTE* pbData, DWORD* pdwDataLen) const;
 
   // CryptSignHash with this pair: the PKCS#1 v1.5 type 1 block over the DigestInfo prefix of
