@@ -305,7 +305,7 @@ TEST_P(GuardPageTest, ProviderParamsStayInTheirBuffers) {
   for (HCRYPTPROV prov : {m_prov.get(), named.get()}) {
     for (DWORD param = 1; param < 64; ++param) {
       // Enumerations restart at every call; PP_ENUMCONTAINERS reports the largest size a name
-      // may need rather than the next name's, see BoundaryTest.
+      // may need rather than the next name's, see LengthBoundaryTest.
       if (param == PP_ENUMCONTAINERS) continue;
       const DWORD flags = (param == PP_ENUMALGS || param == PP_ENUMALGS_EX) ? CRYPT_FIRST : 0;
       DWORD size = 0;
