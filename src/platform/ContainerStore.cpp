@@ -184,8 +184,10 @@ std::string ContainerStore::UniqueContainerName(std::string_view name) {
 }
 
 std::string ContainerStore::MachineGuid() {
-  static const std::string guid = ComputeMachineGuid();
-  return guid;
+  // Never destroyed: a program may still ask for unique container names from an atexit handler
+  // or another thread while exit() runs (see the handle tables in CryptApi.cpp).
+  static const std::string* const guid = new std::string(ComputeMachineGuid());
+  return *guid;
 }
 
 std::filesystem::path ContainerStore::FileFor(std::string_view name) const {

@@ -88,14 +88,19 @@ HCRYPTKEY OpenCipherKey(HCRYPTPROV prov, ALG_ID algid) {
   return key;
 }
 
-void OpenKeyedHashes(HCRYPTPROV prov, const std::vector<ALG_ID>& algs, HCRYPTKEY blockKey) {
-  HCRYPTHASH mac = 0;
-  Check(CryptCreateHash(prov, CALG_MAC, blockKey, 0, &mac), "CryptCreateHash(MAC)");
-  HashSome(mac);
-  BYTE value[64];
-  DWORD length = sizeof value;
-  Check(CryptGetHashParam(mac, HP_HASHVAL, value, &length, 0), "CryptGetHashParam(MAC)");
-  g_open.hashes.push_back(mac);
+// A MAC on every block cipher key (one finished, one running), and an HMAC of every inner hash.
+void OpenKeyedHashes(HCRYPTPROV prov, const std::vector<ALG_ID>& algs,
+                     const std::vector<HCRYPTKEY>& macKeys, HCRYPTKEY blockKey) {
+  for (HCRYPTKEY macKey : macKeys) {
+    HCRYPTHASH mac = 0, running = 0;
+    Check(CryptCreateHash(prov, CALG_MAC, macKey, 0, &mac), "CryptCreateHash(MAC)");
+    HashSome(mac);
+    Check(CryptDuplicateHash(mac, nullptr, 0, &running), "CryptDuplicateHash(MAC)");
+    BYTE value[64];
+    DWORD length = sizeof value;
+    Check(CryptGetHashParam(mac, HP_HASHVAL, value, &length, 0), "CryptGetHashParam(MAC)");
+    g_open.hashes.insert(g_open.hashes.end(), {mac, running});
+  }
   for (ALG_ID inner : algs) {
     if (GET_ALG_CLASS(inner) != ALG_CLASS_HASH || inner == CALG_MAC || inner == CALG_HMAC ||
         inner == CALG_SSL3_SHAMD5) {
@@ -158,17 +163,42 @@ void OpenOtherKeys(HCRYPTPROV prov) {
   g_open.exchange = exchange;
 }
 
+// Keys that come from blobs: a session key unwrapped from a SIMPLEBLOB, a plaintext blob, and
+// an exchange pair re-imported from its private blob; a hash of a session key.
+void OpenImportedKeys(HCRYPTPROV prov) {
+  HCRYPTKEY session = 0, unwrapped = 0, plain = 0, pair = 0;
+  Check(CryptGenKey(prov, CALG_RC4, CRYPT_EXPORTABLE, &session), "CryptGenKey(RC4)");
+  BYTE blob[2048];
+  DWORD length = sizeof blob;
+  Check(CryptExportKey(session, g_open.exchange, SIMPLEBLOB, 0, blob, &length), "SIMPLEBLOB");
+  Check(CryptImportKey(prov, blob, length, g_open.exchange, 0, &unwrapped), "import SIMPLEBLOB");
+  length = sizeof blob;
+  Check(CryptExportKey(session, 0, PLAINTEXTKEYBLOB, 0, blob, &length), "PLAINTEXTKEYBLOB");
+  Check(CryptImportKey(prov, blob, length, 0, 0, &plain), "import PLAINTEXTKEYBLOB");
+  length = sizeof blob;
+  Check(CryptExportKey(g_open.exchange, 0, PRIVATEKEYBLOB, 0, blob, &length), "PRIVATEKEYBLOB");
+  Check(CryptImportKey(prov, blob, length, 0, CRYPT_EXPORTABLE, &pair), "import PRIVATEKEYBLOB");
+  HCRYPTHASH keyHash = 0;
+  Check(CryptCreateHash(prov, CALG_SHA1, 0, 0, &keyHash), "CryptCreateHash(SHA1)");
+  Check(CryptHashSessionKey(keyHash, session, 0), "CryptHashSessionKey");
+  g_open.keys.insert(g_open.keys.end(), {session, unwrapped, plain, pair});
+  g_open.hashes.push_back(keyHash);
+}
+
 void OpenEverything(HCRYPTPROV prov) {
   const std::vector<ALG_ID> algs = Algorithms(prov);
   HCRYPTKEY blockKey = 0;
+  std::vector<HCRYPTKEY> macKeys;
   for (ALG_ID algid : algs) {
     if (GET_ALG_CLASS(algid) != ALG_CLASS_DATA_ENCRYPT) continue;
     const HCRYPTKEY key = OpenCipherKey(prov, algid);
     if (algid == CALG_RC2) blockKey = key;
+    if (algid != CALG_RC4) macKeys.push_back(OpenCipherKey(prov, algid));
   }
   OpenPlainHashes(prov, algs);
-  OpenKeyedHashes(prov, algs, blockKey);
+  OpenKeyedHashes(prov, algs, macKeys, blockKey);
   OpenOtherKeys(prov);
+  OpenImportedKeys(prov);
 }
 
 // One round of work on the open handles, as a program still busy at exit does it.
@@ -193,6 +223,13 @@ void UseHandles() {
   length = 8;
   Check(CryptEncrypt(g_open.exchange, 0, TRUE, 0, data, &length, sizeof data), "RSA encrypt");
   Check(CryptGenRandom(g_open.signer, sizeof data, data), "CryptGenRandom");
+  for (HCRYPTPROV prov : g_open.contexts) {
+    char name[300];
+    DWORD nameLength = sizeof name;
+    Check(
+        CryptGetProvParam(prov, PP_UNIQUE_CONTAINER, reinterpret_cast<BYTE*>(name), &nameLength, 0),
+        "PP_UNIQUE_CONTAINER");
+  }
   g_work.fetch_add(1);
 }
 
