@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -197,6 +198,30 @@ TEST_P(GuardPageTest, SessionCiphersStayInTheirBuffers) {
           CryptEncrypt(partKey.get(), 0, FALSE, 0, part.data(), &length, static_cast<DWORD>(n))));
       EXPECT_TRUE(Succeeded(CryptDecrypt(partKey.get(), 0, FALSE, 0, part.data(), &length)));
       EXPECT_TRUE(buffer.PrefixIntact() && cipher.PrefixIntact() && part.PrefixIntact());
+    }
+  }
+}
+
+// A data length larger than the buffer's capacity is refused before anything is read.
+TEST_P(GuardPageTest, EncryptNeverReadsPastTheCapacity) {
+  std::vector<KeyHandle> keys;
+  for (ALG_ID algid : m_ciphers) keys.push_back(NewKey(algid));
+  std::vector<HCRYPTKEY> handles = {m_exchange.get()};
+  for (const KeyHandle& key : keys) handles.push_back(key.get());
+  for (HCRYPTKEY key : handles) {
+    for (DWORD capacity : {0u, 16u}) {
+      for (size_t n = capacity + 1; n < kLengths; ++n) {
+        GuardedBuffer buffer(capacity);
+        buffer.Fill(kUntouched);
+        for (BOOL final : {FALSE, TRUE}) {
+          DWORD length = static_cast<DWORD>(n);
+          SetLastError(0);
+          EXPECT_TRUE(
+              FailedWithAnyCode(CryptEncrypt(key, 0, final, 0, buffer.data(), &length, capacity)))
+              << "capacity " << capacity << " length " << n;
+          EXPECT_TRUE(AllEqual(buffer.bytes(), kUntouched));
+        }
+      }
     }
   }
 }
@@ -419,6 +444,38 @@ TEST_P(GuardPageTest, AcquireContextReadsNamesToTheirEnd) {
   EXPECT_TRUE(Succeeded(CryptAcquireContextA(
       prov.put(), reinterpret_cast<LPCSTR>(containerName.data()),
       reinterpret_cast<LPCSTR>(providerName.data()), PROV_RSA_FULL, CRYPT_NEWKEYSET)));
+}
+
+TEST_P(GuardPageTest, WideNamesAndDescriptionsAreReadToTheirEnd) {
+  const TempKeyStore store;
+  const std::string narrow = GetParam();
+  std::u16string provider(narrow.begin(), narrow.end());
+  const std::u16string container = u"guarded wide";
+  const std::u16string description = u"described";
+  const auto guard = [](const std::u16string& text) {
+    return std::make_unique<GuardedBuffer>(std::span<const uint8_t>(
+        reinterpret_cast<const uint8_t*>(text.c_str()), (text.size() + 1) * sizeof(char16_t)));
+  };
+  const auto providerName = guard(provider);
+  const auto containerName = guard(container);
+  const auto text = guard(description);
+  const auto wide = [](const std::unique_ptr<GuardedBuffer>& b) {
+    return reinterpret_cast<LPCWSTR>(b->data());
+  };
+  ProvHandle prov;
+  ASSERT_TRUE(Succeeded(CryptAcquireContextW(prov.put(), wide(containerName), wide(providerName),
+                                             PROV_RSA_FULL, CRYPT_NEWKEYSET)));
+  KeyHandle signature;
+  ASSERT_TRUE(CryptGenKey(prov.get(), AT_SIGNATURE, (512u << 16), signature.put()));
+  const Bytes data = Sequence(10);
+  HashHandle hash = HashOf(prov.get(), CALG_MD5, data);
+  Bytes sig(64);
+  DWORD length = 64;
+  ASSERT_TRUE(
+      Succeeded(CryptSignHashW(hash.get(), AT_SIGNATURE, wide(text), 0, sig.data(), &length)));
+  HashHandle check = HashOf(prov.get(), CALG_MD5, data);
+  EXPECT_TRUE(Succeeded(
+      CryptVerifySignatureW(check.get(), sig.data(), length, signature.get(), wide(text), 0)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Providers, GuardPageTest,
