@@ -11,11 +11,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <ostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/ContainerFile.h"
@@ -216,6 +219,43 @@ TEST_F(ContainerKeyCacheTest, NoMoreThanTheCapacityIsKept) {
   EXPECT_EQ(Kept(), ContainerKeyCache::kCapacity);
 }
 
+// Contexts of several threads sign with the one kept key at the same time; every signature
+// verifies. (The key's OpenSSL state is complete before it is shared; OpenSSL serialises its own
+// blinding.)
+TEST_F(ContainerKeyCacheTest, ThreadsSignWithTheSharedKeyAtOnce) {
+  StoreNewPair(m_store, "shared");
+  PublicOf("shared");
+  std::atomic<int> good{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&] {
+      HCRYPTPROV prov = 0;
+      if (!CryptAcquireContextA(&prov, "shared", MS_STRONG_PROV_A, PROV_RSA_FULL, 0)) return;
+      HCRYPTKEY pub = 0;
+      CryptGetUserKey(prov, AT_SIGNATURE, &pub);
+      for (int i = 0; i < 25; ++i) {
+        HCRYPTHASH hash = 0;
+        BYTE signature[64];
+        DWORD length = sizeof signature;
+        const BYTE data[] = {static_cast<BYTE>(i), 1, 2, 3};
+        bool ok = CryptCreateHash(prov, CALG_SHA1, 0, 0, &hash) &&
+                  CryptHashData(hash, data, sizeof data, 0) &&
+                  CryptSignHashA(hash, AT_SIGNATURE, nullptr, 0, signature, &length);
+        CryptDestroyHash(hash);
+        ok = ok && CryptCreateHash(prov, CALG_SHA1, 0, 0, &hash) &&
+             CryptHashData(hash, data, sizeof data, 0) &&
+             CryptVerifySignatureA(hash, signature, length, pub, nullptr, 0);
+        CryptDestroyHash(hash);
+        if (ok) ++good;
+      }
+      CryptDestroyKey(pub);
+      CryptReleaseContext(prov, 0);
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(good.load(), 100);
+}
+
 TEST_F(ContainerKeyCacheTest, AnExponentOnePairIsKeptAsTheWindowsProvidersKeepIt) {
   const auto pair = test::SharedPair("rsa512_pubexp1_private");
   m_store.Create("one");
@@ -231,6 +271,9 @@ struct Field {
   const char* name;
   size_t offset;
 };
+void PrintTo(const Field& field, std::ostream* out) {
+  *out << field.name;
+}
 constexpr size_t kFields = 8 + 8 + 12;
 const Field kDamaged[] = {
     {"public exponent", 8 + 8 + 8}, {"modulus", kFields + 20}, {"p", kFields + 64 + 5},
