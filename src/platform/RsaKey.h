@@ -70,7 +70,10 @@ class QUIV_API RsaKey final {
                                                    SymmetricKey* unwrap);
 
   // The container store's form of a key pair: the private blob and the exportable flag.
-  // FromStoredForm throws NTE_KEYSET_ENTRY_BAD when the bytes are not such a form.
+  // FromStoredForm throws NTE_KEYSET_ENTRY_BAD when the bytes are not such a form or the key in
+  // them fails OpenSSL's RSA key check (a damaged field under a valid file checksum). The key it
+  // returns has its OpenSSL state built: no const member changes it any more, so it may be
+  // shared read-only between threads (the container key cache does).
   SecureBytes StoredForm() const;
   static std::unique_ptr<RsaKey> FromStoredForm(const ProviderInfo& provider,
                                                 std::span<const uint8_t> stored);
@@ -164,6 +167,9 @@ class QUIV_API RsaKey final {
   static std::unique_ptr<RsaKey> ParsePrivateBody(ALG_ID algid, std::span<const uint8_t> body,
                                                   DWORD flags);
   SecureBytes PrivateBlobBytes() const;
+  // Builds both OpenSSL forms and runs the full RSA key check.
+  // throws NTE_KEYSET_ENTRY_BAD (inconsistent key), NTE_BAD_KEY (OpenSSL refuses the fields).
+  void CheckConsistency() const;
   void CheckEncryptionKey() const;
 
   ALG_ID m_algid = CALG_RSA_KEYX;
