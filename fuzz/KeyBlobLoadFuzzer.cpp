@@ -38,6 +38,7 @@
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
 #include "signing/SigningEnums.h"
+#include "support/InternalAccess.h"
 
 namespace {
 
@@ -136,7 +137,7 @@ String AsHex(const std::vector<uint8_t>& blob) {
 void CheckPublicKey(Ref<CRSAKeyPair>& pair, const String& hex) {
   if (!pair->LoadPublicKey(hex, STRING_HEX)) return;
   int16_t contains = 0;
-  Require(pair->GetKeyPairContents(contains) && contains == PUBLIC_KEY);
+  Require(Internal(pair).GetKeyPairContents(contains) && contains == PUBLIC_KEY);
   String back;
   Require(pair->UnloadPublicKey(back, STRING_HEX));
   const std::u16string& in = hex.u16();

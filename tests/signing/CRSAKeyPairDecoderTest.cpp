@@ -25,6 +25,7 @@
 
 #include "constants/CConstQUIV.h"
 #include "signing/CRSAKeyPair.h"
+#include "support/InternalAccess.h"
 
 namespace quiv {
 namespace {
@@ -317,7 +318,7 @@ TEST_F(CRSAKeyPairDecoderTest, OpensslsPrivateBlobLoadsAsAPairWithItsNumbers) {
     EXPECT_TRUE(
         EvpVerifies(s_theirs.get(), hash.digest(), Reversed(OurSignature(pair, hash.algorithm))));
   }
-  pair->Terminate();
+  Internal(pair).Terminate();
   provider->TerminateAll();
 }
 
