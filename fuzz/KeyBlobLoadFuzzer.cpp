@@ -16,7 +16,6 @@
 //   key longer than the provider's maximum cannot encrypt) and leaves the message as it was;
 // - nothing ever crashes or leaks.
 #include "platform/wincrypt.h"
-// After the platform header: the catalogue withdraws wincrypt's macros of the same names.
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
