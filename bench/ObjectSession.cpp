@@ -4,9 +4,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/wincrypt.h"
-// After the platform header: the catalogue withdraws wincrypt's macros of the same names.
 #include "constants/CConstQUIV.h"
+#include "platform/wincrypt.h"
 #include "support/InternalAccess.h"
 
 namespace quiv::bench {

@@ -1,6 +1,6 @@
 // CMessagetext: the message buffer, its empty convention, its loaders and unloaders in every
 // outside form, and its answers to the hashable contract.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "data/CMessagetext.h"
 

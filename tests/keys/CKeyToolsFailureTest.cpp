@@ -3,7 +3,7 @@
 // ChangeKeyPermissions and GetKeyPermissions with the mask they write and read, a blob of the
 // right class whatever its type, and OnStartPage. Keys come from session keys on the real
 // provider; PlatformSpy breaks or answers single calls.
-#include "support/PlatformSpy.h"  // wincrypt macros must come before the constants catalogue
+#include "support/PlatformSpy.h"
 
 #include "keys/CKeyTools.h"
 

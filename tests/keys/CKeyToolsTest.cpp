@@ -1,6 +1,6 @@
 // CKeyTools: blob header checks, key parameters, permissions, algorithm fields and code names,
 // with keys made by the real provider.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "keys/CKeyTools.h"
 

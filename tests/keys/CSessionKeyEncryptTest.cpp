@@ -1,7 +1,7 @@
 // CSessionKey: encryption and decryption of message objects in place, whole and in sections, the
 // squared AMOUNT written back, the grow-and-retry pattern of block ciphers, and what a failure
 // leaves in the message object and in the record.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "keys/CSessionKey.h"
 

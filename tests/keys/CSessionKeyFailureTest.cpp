@@ -3,7 +3,7 @@
 // length in bytes, the cipher mode, the algorithm Encrypt asks for), an IV for a stream cipher,
 // and LoadSessionKey's own steps: the old key that cannot be destroyed, an RC2 length that cannot
 // be set after the import, and the flags the import is made with.
-#include "support/PlatformSpy.h"  // wincrypt macros must come before the constants catalogue
+#include "support/PlatformSpy.h"
 
 #include "keys/CSessionKey.h"
 

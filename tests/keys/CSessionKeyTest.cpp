@@ -2,7 +2,7 @@
 // rule per provider), the getters of the held key, Clear and termination, the IHash answers and
 // the permissions. Modes and IVs are in CSessionKeyModeTest.cpp, encryption in
 // CSessionKeyEncryptTest.cpp, transport in CSessionKeyTransportTest.cpp.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "keys/CSessionKey.h"
 

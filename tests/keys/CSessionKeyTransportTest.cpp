@@ -1,6 +1,6 @@
 // CSessionKey: moving a session key between provider sessions as a SIMPLEBLOB wrapped by an RSA
 // exchange key, the recorded Windows import, and what a refused load or unload leaves behind.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "keys/CSessionKey.h"
 

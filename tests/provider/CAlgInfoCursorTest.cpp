@@ -1,7 +1,7 @@
 // CAlgInfo's cursor across refills: SetAlgorithms keeps the cursor and EOF, a cursor left beyond
 // a shorter list cannot move or read, and a failed fill keeps the view while the full list it
 // started to fill shows through the next filter.
-#include "ProviderSessionFixture.h"  // wincrypt macros come before the constants catalogue
+#include "ProviderSessionFixture.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // CAlgInfo: the algorithm catalogue filled from the real providers, its filters and its cursor,
 // and the provider's GetListOfAlgorithms that fills it.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "provider/CAlgInfo.h"
 

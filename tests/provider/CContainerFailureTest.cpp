@@ -1,7 +1,7 @@
 // CContainer when the provider breaks underneath it: unreadable container lists, a deletion
 // that fails part way through DeleteAllContainers, a key that cannot be destroyed, and what an
 // invalid access code leaves behind for the next deletion.
-#include "ProviderSessionFixture.h"  // wincrypt macros come before the constants catalogue
+#include "ProviderSessionFixture.h"
 
 #include <gtest/gtest.h>
 

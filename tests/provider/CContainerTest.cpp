@@ -1,5 +1,5 @@
 // CContainer against the real software provider, with both key stores in a temporary folder.
-#include "ProviderFakes.h"  // wincrypt macros must come before the constants catalogue
+#include "ProviderFakes.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // What CProvider hands the version query and the two acquisition entry points: the record size,
 // the 9x rule for a major version other than 4, and the container and provider names as
 // zero-terminated strings (empty ones never as null pointers).
-#include "ProviderFakes.h"  // wincrypt macros must come before the constants catalogue
+#include "ProviderFakes.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The provider's object factory: the same instances every time, the context rule of each
 // hand-out, and what the provider's Clear and termination do to the objects handed out.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // CProvider's acquisition and Clear when one platform call breaks: the default-container retry,
 // what a failed acquisition does to the context flag, where Clear stops, and which provider name
 // the readers report.
-#include "ProviderSessionFixture.h"  // wincrypt macros come before the constants catalogue
+#include "ProviderSessionFixture.h"
 
 #include <gtest/gtest.h>
 

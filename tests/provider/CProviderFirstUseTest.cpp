@@ -3,7 +3,7 @@
 // creates it in between, the create fails with NTE_EXISTS and the provider opens it again
 // instead of failing. Shown deterministically through the platform seam (the other creator wins
 // the race inside the create call), then with real threads and real processes.
-#include "ProviderFakes.h"  // wincrypt macros must come before the constants catalogue
+#include "ProviderFakes.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -1,7 +1,7 @@
 // CProvider's parameter readers when the provider answers oddly: failing size queries and data
 // calls, the numbers each id decodes to, and the enumeration loop behind GetProvParamList and
 // GetListOfAlgorithms, through a scripted CryptGetProvParam.
-#include "ProviderSessionFixture.h"  // wincrypt macros come before the constants catalogue
+#include "ProviderSessionFixture.h"
 
 #include <gtest/gtest.h>
 

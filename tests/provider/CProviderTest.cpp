@@ -1,6 +1,6 @@
 // CProvider against the real software provider, with the key stores in a temporary folder, and
 // its platform-failure paths through forwarding fakes.
-#include "ProviderFakes.h"  // wincrypt macros must come before the constants catalogue
+#include "ProviderFakes.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // CHashValue: known answers (RFC 1319/1320/1321, FIPS 180-1) through message text, the running
 // hash, the algorithm setters and getters, loading and unloading values, the session-key path,
 // and the platform failures each step reports.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "signing/CHashValue.h"
 

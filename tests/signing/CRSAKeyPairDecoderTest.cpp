@@ -6,7 +6,7 @@
 //
 // The only file outside the platform's own tests that includes OpenSSL (NoOpensslOutsideTest
 // names it): the oracle has to be the independent decoder, not the command line's exit status.
-#include "support/RsaKeyPairFixture.h"  // first: wincrypt macros before the constants catalogue
+#include "support/RsaKeyPairFixture.h"
 
 #include <gtest/gtest.h>
 #include <openssl/bn.h>

@@ -1,7 +1,7 @@
 // CRSAKeyPair import and export: PUBLICKEYBLOB and PRIVATEKEYBLOB in every outside form, the
 // key specification check on import, the container's own key, the unloadable flag, the
 // platform's refusals, and the bytes the key pair offers to hashing.
-#include "support/RsaKeyPairFixture.h"  // first: wincrypt macros before the constants catalogue
+#include "support/RsaKeyPairFixture.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 // PRIVATEKEYBLOB files the key pair unloads and writes blobs the key pair loads, verifies the
 // key pair's signatures once their byte order is reversed (CryptoAPI writes them
 // little-endian, PKCS #1 big-endian), and makes signatures the key pair verifies.
-#include "support/RsaKeyPairFixture.h"  // first: wincrypt macros before the constants catalogue
+#include "support/RsaKeyPairFixture.h"
 
 #include <gtest/gtest.h>
 

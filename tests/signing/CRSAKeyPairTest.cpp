@@ -1,7 +1,7 @@
 // CRSAKeyPair: its state and key specification, generation, the handle routines the session key
 // uses, the modulus, the PublicKey / PrivateKey views, Clear and termination, against the real
 // software provider with its key stores in a temporary folder.
-#include "support/RsaKeyPairFixture.h"  // first: wincrypt macros before the constants catalogue
+#include "support/RsaKeyPairFixture.h"
 
 #include "signing/CRSAKeyPair.h"
 

@@ -1,7 +1,7 @@
 // The provider's key pairs as its factory hands them out: the role (exchange or signature) is set
 // again at every hand-out, whatever a holder of the same object set in between. Also: a new
 // provider has its LastError record from the start.
-#include "support/RsaKeyPairFixture.h"  // wincrypt macros must come before the constants catalogue
+#include "support/RsaKeyPairFixture.h"
 
 #include <gtest/gtest.h>
 

@@ -8,7 +8,7 @@
 #ifndef QUIV_TESTS_SUPPORT_RSAKEYPAIRFIXTURE_H
 #define QUIV_TESTS_SUPPORT_RSAKEYPAIRFIXTURE_H
 
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
