@@ -9,15 +9,7 @@
 #include "server/ComLayoutFields.h"
 #include "server/quiv_com.h"
 
-#define QUIV_CHECK_SIZE(type, size) static_assert(sizeof(type) == (size), "sizeof " #type);
-#define QUIV_CHECK_OFFSET(type, member, offset) \
-  static_assert(offsetof(type, member) == (offset), #type "." #member);
-#define QUIV_CHECK_HRESULT(name, value) static_assert((name) == (HRESULT)(value), #name);
-#define QUIV_CHECK_CONSTANT(name, value) static_assert((name) == (value), #name);
-QUIV_COM_SIZES(QUIV_CHECK_SIZE)
-QUIV_COM_OFFSETS(QUIV_CHECK_OFFSET)
-QUIV_COM_HRESULTS(QUIV_CHECK_HRESULT)
-QUIV_COM_CONSTANTS(QUIV_CHECK_CONSTANT)
+QUIV_COM_CHECK_ALL()
 
 extern "C" {
 extern const size_t quiv_com_c_offsets[];
