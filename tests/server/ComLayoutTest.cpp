@@ -57,6 +57,23 @@ TEST(ComLayoutTest, CReadsAVariantCxxFilled) {
   EXPECT_EQ(quiv_com_c_read_i4(&v), -123456);
 }
 
+TEST(ComLayoutTest, TheAccessorsNameTheFields) {
+  VARIANT v{};
+  LONG value = 5;
+  V_VT(&v) = VT_I4 | VT_BYREF;
+  V_I4REF(&v) = &value;
+  EXPECT_EQ(v.vt, VT_I4 | VT_BYREF);
+  EXPECT_EQ(v.plVal, &value);
+  EXPECT_TRUE(V_ISBYREF(&v));
+  EXPECT_FALSE(V_ISARRAY(&v));
+  V_VT(&v) = VT_BOOL;
+  V_BOOL(&v) = VARIANT_TRUE;
+  EXPECT_EQ(v.boolVal, VARIANT_TRUE);
+  EXPECT_EQ(V_I2(&v), -1);  // the same bytes
+  V_R8(&v) = 0.5;
+  EXPECT_EQ(v.dblVal, 0.5);
+}
+
 TEST(ComLayoutTest, SucceededAndFailedSplitOnTheSeverityBit) {
   EXPECT_TRUE(SUCCEEDED(S_OK));
   EXPECT_TRUE(SUCCEEDED(S_FALSE));
