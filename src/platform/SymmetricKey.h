@@ -1,8 +1,8 @@
-// SymmetricKey: a CryptoAPI session key (RC2, RC4, DES, 3DES_112, 3DES): its key bytes, salt,
-// RC2 effective length, mode, IV, padding, permissions and running cipher state, and the
-// CryptEncrypt / CryptDecrypt / CryptGetKeyParam / CryptSetKeyParam behaviour of the PROV_RSA_FULL
-// providers for it (lengths and salt per provider, PKCS#5 padding, final/non-final calls, state
-// reset after a final call, size queries).
+// SymmetricKey: a CryptoAPI session key (RC2, RC4, DES, 3DES_112, 3DES, and in the AES provider
+// AES-128/192/256): its key bytes, salt, RC2 effective length, mode, IV, padding, permissions and
+// running cipher state, and the CryptEncrypt / CryptDecrypt / CryptGetKeyParam / CryptSetKeyParam
+// behaviour of the providers for it (lengths and salt per provider, PKCS#5 padding to the
+// cipher's block, final/non-final calls, state reset after a final call, size queries).
 //
 // Ownership: a key owns its key material (wiped on destruction) and its cipher state. It refers
 // to the ProviderInfo it was made for, which lives for the whole process. Hash objects passed to
@@ -64,8 +64,12 @@ class QUIV_API SymmetricKey final {
   // The key bytes (KP_KEYLEN / 8 of them), salt excluded: what key blobs carry.
   std::span<const uint8_t> KeyBytes() const { return m_key; }
   std::span<const uint8_t> Salt() const { return m_salt; }
-  // True for RC2, DES, 3DES_112 and 3DES (64-bit blocks); false for RC4.
+  // True for RC2, DES, 3DES_112, 3DES (64-bit blocks) and AES (128-bit blocks); false for RC4.
   bool IsBlockCipher() const;
+  // The cipher's block length in bytes (8, or 16 for AES); 0 for RC4.
+  size_t BlockSize() const;
+  // KP_IV: the initial chain value, BlockSize() bytes (none for RC4).
+  std::span<const uint8_t> Iv() const;
 
   // CryptGetKeyParam: KP_IV, KP_SALT, KP_PADDING, KP_MODE, KP_MODE_BITS, KP_PERMISSIONS,
   // KP_ALGID, KP_BLOCKLEN, KP_KEYLEN, KP_EFFECTIVE_KEYLEN, with the size rules of SizedOutput.
@@ -126,8 +130,8 @@ class QUIV_API SymmetricKey final {
   DWORD m_modeBits = 8;
   DWORD m_padding = PKCS5_PADDING;
   DWORD m_permissions = 0;
-  std::array<uint8_t, 8> m_iv{};
-  bool m_hmacOnly = false;  // PLAINTEXTKEYBLOB with CRYPT_IPSEC_HMAC_KEY outside the range
+  std::array<uint8_t, 16> m_iv{};  // the first BlockSize() bytes are the IV
+  bool m_hmacOnly = false;         // PLAINTEXTKEYBLOB with CRYPT_IPSEC_HMAC_KEY outside the range
   std::unique_ptr<CipherEngine> m_engine;  // built on first use from the current parameters
 };
 

@@ -70,8 +70,12 @@ TEST(CipherEngineTest, ChainCarriesOverWhenDirectionChanges) {
 }
 
 TEST(CipherEngineTest, Errors) {
-  EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_AES_128, Bytes(16), 0, CRYPT_MODE_CBC, {}); }),
+  EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_RC5, Bytes(16), 0, CRYPT_MODE_CBC, {}); }),
             static_cast<uint32_t>(NTE_BAD_ALGID));
+  EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_AES, Bytes(16), 0, CRYPT_MODE_CBC, {}); }),
+            static_cast<uint32_t>(NTE_BAD_ALGID));
+  EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_AES_256, Bytes(16), 0, CRYPT_MODE_ECB, {}); }),
+            static_cast<uint32_t>(NTE_BAD_KEY));
   EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_DES, Bytes(8), 0, CRYPT_MODE_OFB, {}); }),
             static_cast<uint32_t>(NTE_BAD_ALGID));
   EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_3DES, Bytes(8), 0, CRYPT_MODE_ECB, {}); }),

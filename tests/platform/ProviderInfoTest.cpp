@@ -39,7 +39,10 @@ TEST(ProviderInfoTest, FindByNameIgnoresCase) {
   EXPECT_EQ(ProviderInfo::FindByName("microsoft strong cryptographic provider"),
             &ProviderInfo::Of(ProviderKind::Strong));
   EXPECT_EQ(ProviderInfo::FindByName("Microsoft Strong Cryptographic Provider "), nullptr);
-  EXPECT_EQ(ProviderInfo::FindByName("Microsoft Enhanced RSA and AES Cryptographic Provider"),
+  EXPECT_EQ(ProviderInfo::FindByName("microsoft enhanced rsa and aes cryptographic provider"),
+            &ProviderInfo::Of(ProviderKind::Aes));
+  EXPECT_EQ(ProviderInfo::FindByName("Microsoft Enhanced DSS and Diffie-Hellman Cryptographic "
+                                     "Provider"),
             nullptr);
   EXPECT_EQ(ProviderInfo::FindByName(""), nullptr);
 }
