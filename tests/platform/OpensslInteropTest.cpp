@@ -199,6 +199,67 @@ TEST(OpensslInteropTest, WeVerifyOpensslSignatureAfterByteReversal) {
   }
 }
 
+// SHA-2 signatures of the AES provider: the same checks with OpenSSL's SHA-256/384/512 RSA
+// signatures, which carry the DigestInfo of RFC 8017 section 9.2.
+const ProviderInfo& Aes() {
+  return *ProviderInfo::FindByName(MS_ENH_RSA_AES_PROV_A);
+}
+
+std::unique_ptr<HashObject> AesHashOf(ALG_ID algid, const Bytes& data) {
+  auto hash = HashObject::Create(Aes(), algid, nullptr, 0);
+  hash->HashData(data, 0);
+  return hash;
+}
+
+constexpr std::pair<ALG_ID, const char*> kSha2[] = {
+    {CALG_SHA_256, "SHA256"}, {CALG_SHA_384, "SHA384"}, {CALG_SHA_512, "SHA512"}};
+
+TEST(OpensslInteropTest, OpensslVerifiesOurSha2SignaturesAfterByteReversal) {
+  auto key = RsaKey::Generate(Aes(), AT_SIGNATURE, (1024u << 16) | CRYPT_EXPORTABLE);
+  Pkey ossl = DecodeMsblob(key->ExportPublicBlob(), false);
+  // OpenSSL's codec also reads the private blob the AES provider exports.
+  Pkey priv = DecodeMsblob(ToBytes(key->ExportPrivateBlob(nullptr)), true);
+  ASSERT_TRUE(priv);
+  EXPECT_TRUE(SameKey(priv.get(), ossl.get()));
+  for (auto [algid, name] : kSha2) {
+    SCOPED_TRACE(name);
+    auto hash = AesHashOf(algid, kMessage);
+    DWORD length = 128;
+    Bytes sig(128);
+    key->Sign(*hash, nullptr, 0, sig.data(), &length);
+    const Bytes bigEndian = Reversed(sig);
+    EVP_MD_CTX* md = EVP_MD_CTX_new();
+    ASSERT_EQ(EVP_DigestVerifyInit_ex(md, nullptr, name, nullptr, nullptr, ossl.get(), nullptr), 1);
+    EXPECT_EQ(
+        EVP_DigestVerify(md, bigEndian.data(), bigEndian.size(), kMessage.data(), kMessage.size()),
+        1);
+    EVP_MD_CTX_free(md);
+  }
+}
+
+TEST(OpensslInteropTest, WeVerifyOpensslSha2SignaturesAfterByteReversal) {
+  Pkey ossl = OpensslKey(1024);
+  auto publicKey = RsaKey::ImportPublicBlob(Aes(), EncodeMsblob(ossl.get(), false), 0);
+  for (auto [algid, name] : kSha2) {
+    SCOPED_TRACE(name);
+    EVP_MD_CTX* md = EVP_MD_CTX_new();
+    ASSERT_EQ(EVP_DigestSignInit_ex(md, nullptr, name, nullptr, nullptr, ossl.get(), nullptr), 1);
+    size_t length = 0;
+    EVP_DigestSign(md, nullptr, &length, kMessage.data(), kMessage.size());
+    Bytes sig(length);
+    ASSERT_EQ(EVP_DigestSign(md, sig.data(), &length, kMessage.data(), kMessage.size()), 1);
+    EVP_MD_CTX_free(md);
+    const Bytes littleEndian = Reversed(sig);
+    EXPECT_NO_THROW(
+        publicKey->Verify(*AesHashOf(algid, kMessage), littleEndian.data(), 128, nullptr, 0));
+    // The same signature does not pass for another SHA-2 hash of the same message.
+    const ALG_ID other = algid == CALG_SHA_256 ? CALG_SHA_512 : CALG_SHA_256;
+    EXPECT_THROW(
+        publicKey->Verify(*AesHashOf(other, kMessage), littleEndian.data(), 128, nullptr, 0),
+        CspError);
+  }
+}
+
 // ---- RSA encryption and SIMPLEBLOB ----
 
 Bytes OpensslEncrypt(EVP_PKEY* pkey, const Bytes& message, int padding) {
