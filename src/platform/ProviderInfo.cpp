@@ -50,21 +50,7 @@ constexpr AlgRecord kEnhancedAlgorithms[] = {
 // No recorded observation pins this order, the names or the protocol masks; they are the values
 // the provider is known to report, in the layout of the other lists (the AES ciphers, like the
 // other ciphers, advertise no protocol; the SHA-2 hashes, like the other hashes, signing).
-constexpr AlgRecord kAesAlgorithms[] = {
-    {CALG_RC2, 128, 40, 128, 0, "RC2", "RSA Data Security's RC2"},
-    {CALG_RC4, 128, 40, 128, 0, "RC4", "RSA Data Security's RC4"},
-    {CALG_DES, 56, 56, 56, 0, "DES", "Data Encryption Standard (DES)"},
-    {CALG_3DES_112, 112, 112, 112, 0, "3DES TWO KEY", "Two Key Triple DES"},
-    {CALG_3DES, 168, 168, 168, 0, "3DES", "Three Key Triple DES"},
-    {CALG_SHA1, 160, 160, 160, kHashProtocols, "SHA-1", "Secure Hash Algorithm (SHA-1)"},
-    {CALG_MD2, 128, 128, 128, kHashProtocols, "MD2", "Message Digest 2 (MD2)"},
-    {CALG_MD4, 128, 128, 128, kHashProtocols, "MD4", "Message Digest 4 (MD4)"},
-    {CALG_MD5, 128, 128, 128, kHashProtocols, "MD5", "Message Digest 5 (MD5)"},
-    {CALG_SSL3_SHAMD5, 288, 288, 288, 0, "SSL3 SHAMD5", "SSL3 SHAMD5"},
-    {CALG_MAC, 0, 0, 0, 0, "MAC", "Message Authentication Code"},
-    {CALG_RSA_SIGN, 1024, 384, 16384, kRsaProtocols, "RSA_SIGN", "RSA Signature"},
-    {CALG_RSA_KEYX, 1024, 384, 16384, kRsaProtocols, "RSA_KEYX", "RSA Key Exchange"},
-    {CALG_HMAC, 0, 0, 0, 0, "HMAC", "Hugo's MAC (HMAC)"},
+constexpr AlgRecord kAesAdditions[] = {
     {CALG_AES_128, 128, 128, 128, 0, "AES 128", "Advanced Encryption Standard (AES-128)"},
     {CALG_AES_192, 192, 192, 192, 0, "AES 192", "Advanced Encryption Standard (AES-192)"},
     {CALG_AES_256, 256, 256, 256, 0, "AES 256", "Advanced Encryption Standard (AES-256)"},
@@ -72,6 +58,17 @@ constexpr AlgRecord kAesAlgorithms[] = {
     {CALG_SHA_384, 384, 384, 384, kHashProtocols, "SHA-384", "Secure Hash Algorithm (SHA-384)"},
     {CALG_SHA_512, 512, 512, 512, kHashProtocols, "SHA-512", "Secure Hash Algorithm (SHA-512)"},
 };
+
+template <size_t N, size_t M>
+constexpr std::array<AlgRecord, N + M> Joined(const AlgRecord (&first)[N],
+                                              const AlgRecord (&second)[M]) {
+  std::array<AlgRecord, N + M> out{};
+  for (size_t i = 0; i < N; ++i) out[i] = first[i];
+  for (size_t i = 0; i < M; ++i) out[N + i] = second[i];
+  return out;
+}
+
+constexpr auto kAesAlgorithms = Joined(kEnhancedAlgorithms, kAesAdditions);
 
 const ProviderInfo kBase(ProviderKind::Base, PROV_RSA_FULL, MS_DEF_PROV_A, kBaseAlgorithms);
 const ProviderInfo kEnhanced(ProviderKind::Enhanced, PROV_RSA_FULL, MS_ENHANCED_PROV_A,

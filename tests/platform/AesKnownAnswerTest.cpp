@@ -25,8 +25,7 @@ Bytes Text(const std::string& text) {
 }
 
 class AesKnownAnswerTest : public ::testing::Test {
- protected:
-  void SetUp() override { ASSERT_NE(m_prov.get(), 0u); }
+ public:
   HCRYPTPROV prov() const { return m_prov.get(); }
 
   // A key in `mode` with `iv` (none for ECB).
@@ -38,6 +37,9 @@ class AesKnownAnswerTest : public ::testing::Test {
     }
     return handle;
   }
+
+ protected:
+  void SetUp() override { ASSERT_NE(m_prov.get(), 0u); }
 
  private:
   ProvHandle m_prov = AesVerifyContext();
@@ -84,8 +86,25 @@ const Sp800Key kSp800Keys[] = {
     {CALG_AES_256, "603deb1015ca71be2b73aef0857d77811f352c073b6108d72d9810a30914dff4"},
 };
 
+// Encrypts the four published blocks (in two non-final calls of two blocks, so the chain value
+// carries over between calls) and decrypts the published ciphertext with a fresh key.
+void CheckFourBlocks(AesKnownAnswerTest& test, DWORD mode, const char* const (&expected)[3]) {
+  const Bytes iv = mode == CRYPT_MODE_ECB ? Bytes() : kSp800Iv;
+  const Bytes firstHalf(kSp800Plaintext.begin(), kSp800Plaintext.begin() + 32);
+  const Bytes secondHalf(kSp800Plaintext.begin() + 32, kSp800Plaintext.end());
+  for (size_t i = 0; i < std::size(kSp800Keys); ++i) {
+    SCOPED_TRACE(kSp800Keys[i].key);
+    const KeyHandle key = test.Key(kSp800Keys[i].algid, H(kSp800Keys[i].key), mode, iv);
+    const Bytes first = EncryptBytes(key.get(), firstHalf, false);
+    const Bytes second = EncryptBytes(key.get(), secondHalf, false);
+    EXPECT_EQ(Hex(first) + Hex(second), expected[i]);
+    const KeyHandle fresh = test.Key(kSp800Keys[i].algid, H(kSp800Keys[i].key), mode, iv);
+    EXPECT_EQ(Hex(DecryptBytes(fresh.get(), H(expected[i]), false)), Hex(kSp800Plaintext));
+  }
+}
+
 TEST_F(AesKnownAnswerTest, Sp800_38aEcbF11F13F15) {
-  const char* expected[] = {
+  const char* const expected[] = {
       "3ad77bb40d7a3660a89ecaf32466ef97f5d3d58503b9699de785895a96fdbaaf"
       "43b1cd7f598ece23881b00e3ed0306887b0c785e27e8ad3f8223207104725dd4",
       "bd334f1d6e45f25ff712a214571fa5cc974104846d0ad3ad7734ecb3ecee4eef"
@@ -93,16 +112,11 @@ TEST_F(AesKnownAnswerTest, Sp800_38aEcbF11F13F15) {
       "f3eed1bdb5d2a03c064b5a7e3db181f8591ccb10d410ed26dc5ba74a31362870"
       "b6ed21b99ca6f4f9f153e7b1beafed1d23304b7a39f9f3ff067d8d8f9e24ecc7",
   };
-  for (size_t i = 0; i < std::size(kSp800Keys); ++i) {
-    SCOPED_TRACE(kSp800Keys[i].key);
-    const KeyHandle key = Key(kSp800Keys[i].algid, H(kSp800Keys[i].key), CRYPT_MODE_ECB);
-    EXPECT_EQ(Hex(EncryptBytes(key.get(), kSp800Plaintext, false)), expected[i]);
-    EXPECT_EQ(Hex(DecryptBytes(key.get(), H(expected[i]), false)), Hex(kSp800Plaintext));
-  }
+  CheckFourBlocks(*this, CRYPT_MODE_ECB, expected);
 }
 
 TEST_F(AesKnownAnswerTest, Sp800_38aCbcF21F23F25) {
-  const char* expected[] = {
+  const char* const expected[] = {
       "7649abac8119b246cee98e9b12e9197d5086cb9b507219ee95db113a917678b2"
       "73bed6b8e3c1743b7116e69e222295163ff1caa1681fac09120eca307586e1a7",
       "4f021db243bc633d7178183a9fa071e8b4d9ada9ad7dedf4e5e738763f69145a"
@@ -110,19 +124,7 @@ TEST_F(AesKnownAnswerTest, Sp800_38aCbcF21F23F25) {
       "f58c4c04d6e5f1ba779eabfb5f7bfbd69cfc4e967edb808d679f777bc6702c7d"
       "39f23369a9d9bacfa530e26304231461b2eb05e2c39be9fcda6c19078c6a9d1b",
   };
-  for (size_t i = 0; i < std::size(kSp800Keys); ++i) {
-    SCOPED_TRACE(kSp800Keys[i].key);
-    const KeyHandle key = Key(kSp800Keys[i].algid, H(kSp800Keys[i].key), CRYPT_MODE_CBC, kSp800Iv);
-    // Two non-final calls of two blocks each: the chain value carries over between them.
-    const Bytes first = EncryptBytes(
-        key.get(), Bytes(kSp800Plaintext.begin(), kSp800Plaintext.begin() + 32), false);
-    const Bytes second =
-        EncryptBytes(key.get(), Bytes(kSp800Plaintext.begin() + 32, kSp800Plaintext.end()), false);
-    EXPECT_EQ(Hex(first) + Hex(second), expected[i]);
-    const KeyHandle fresh =
-        Key(kSp800Keys[i].algid, H(kSp800Keys[i].key), CRYPT_MODE_CBC, kSp800Iv);
-    EXPECT_EQ(Hex(DecryptBytes(fresh.get(), H(expected[i]), false)), Hex(kSp800Plaintext));
-  }
+  CheckFourBlocks(*this, CRYPT_MODE_CBC, expected);
 }
 
 // CFB-8 works byte by byte, but CryptEncrypt still takes whole blocks until the final call,
