@@ -446,6 +446,13 @@ TEST_F(AesProviderTest, IvIsOneSixteenByteBlockAndRestartsTheChain) {
   const Bytes iv = Pattern(16, 0x70);
   QUIV_ASSERT_SUCCEEDS(CryptSetKeyParam(key.get(), KP_IV, iv.data(), 0));
   EXPECT_EQ(Hex(KeyBytes(key.get(), KP_IV)), Hex(iv));  // all 16 bytes were taken
+  // A buffer of the 64-bit ciphers' IV size is too short; no IV at all is refused.
+  Bytes shortBuffer(8);
+  DWORD shortLength = 8;
+  QUIV_EXPECT_FAILS_WITH(CryptGetKeyParam(key.get(), KP_IV, shortBuffer.data(), &shortLength, 0),
+                         ERROR_MORE_DATA);
+  EXPECT_EQ(shortLength, 16u);
+  QUIV_EXPECT_FAILS_WITH(CryptSetKeyParam(key.get(), KP_IV, nullptr, 0), ERROR_INVALID_PARAMETER);
   const Bytes message = Pattern(48, 0x21);
   const Bytes expected = OpensslEnc("aes-128-cbc", Hex(material), Hex(iv), message);
   // In pieces: the chain carries over non-final calls; the final call resets to the IV.
