@@ -33,13 +33,14 @@ class QUIV_API SymmetricKey final {
   // the upper 16 bits of `flags` (0 = provider default), salt per provider and flags.
   // Throws CspError: NTE_BAD_ALGID (not a session cipher of this provider), NTE_BAD_DATA (RC2/RC4
   // length out of range or not a multiple of 8), NTE_BAD_FLAGS (DES-family length other than the
-  // two accepted spellings), NTE_FAIL (random source failure).
+  // two accepted spellings, AES length other than the key's own), NTE_FAIL (random source
+  // failure).
   static std::unique_ptr<SymmetricKey> Generate(const ProviderInfo& provider, ALG_ID algid,
                                                 DWORD flags);
   // CryptDeriveKey: key bytes from the value of `base` (finished if it was not), expanded with
-  // the 0x36/0x5C construction when the hash is shorter than the key, DES-family parity, salt per
-  // provider. `base` stays readable afterwards. Throws as Generate, plus NTE_BAD_ALGID when the
-  // hash cannot drive the expansion.
+  // the 0x36/0x5C construction when the hash is shorter than the key (AES keys: always, unless
+  // the hash is a SHA-2 one), DES-family parity, salt per provider. `base` stays readable
+  // afterwards. Throws as Generate, plus NTE_BAD_ALGID when the hash cannot drive the expansion.
   static std::unique_ptr<SymmetricKey> Derive(const ProviderInfo& provider, ALG_ID algid,
                                               HashObject& base, DWORD flags);
   // A key from unwrapped blob bytes (stored order). SIMPLEBLOB: length must be in the provider's
@@ -81,8 +82,8 @@ class QUIV_API SymmetricKey final {
   // KP_PERMISSIONS, KP_SALT, KP_SALT_EX (CRYPT_INTEGER_BLOB), KP_EFFECTIVE_KEYLEN.
   // Throws CspError: ERROR_INVALID_PARAMETER (pbData NULL), NTE_BAD_FLAGS (flags non-zero),
   // NTE_BAD_DATA (value refused: padding, permissions adding CRYPT_EXPORT, effective length,
-  // salt over 24 bytes), NTE_BAD_KEY (salt on a DES-family key), NTE_BAD_TYPE (unknown parameter
-  // or effective length on a non-RC2 key).
+  // salt over 24 bytes), NTE_BAD_KEY (salt on a DES-family or AES key), NTE_BAD_TYPE (unknown
+  // parameter or effective length on a non-RC2 key).
   void SetParam(DWORD param, const BYTE* pbData, DWORD flags);
 
   // CryptEncrypt, in place. `hash` (may be null) receives the plaintext first. pbData NULL is a
