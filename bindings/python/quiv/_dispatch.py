@@ -337,6 +337,8 @@ class Outputs(tuple):
     (case-insensitive), and the result as `.result`:
         out = signature.Sign(message, None, quiv.DATA_FORMAT.STRING_HEX)
         out.result, out.o_sSignatureBlock
+    Its truth value is the method's result, so `if not obj.Method(...):` tests for failure as
+    it does for a method without by-reference parameters.
     """
 
     def __new__(cls, values, names):
@@ -347,6 +349,9 @@ class Outputs(tuple):
     @property
     def result(self):
         return self[0]
+
+    def __bool__(self):
+        return bool(self[0])
 
     def __getattr__(self, name):
         index = self.__dict__.get("_names", {}).get(name.lower())
