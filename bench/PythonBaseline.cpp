@@ -37,13 +37,11 @@ int Run() {
   volatile int32_t sink = 0;
 
   const CConstQUIV constants;
-  std::printf("constant_getter %.1f\n", BestNanoseconds({[&] {
-                sink = sink + constants.CRYPT_EXPORTABLE();
-              }}));
+  std::printf("constant_getter %.1f\n",
+              BestNanoseconds({[&] { sink = sink + constants.CRYPT_EXPORTABLE(); }}));
   std::printf("key_length_getter %.1f\n", BestNanoseconds({[&] {
                 int32_t bits = 0;
-                Require(session.key->GetKeyLength(bits), "GetKeyLength",
-                        session.key->m_oLastError);
+                Require(session.key->GetKeyLength(bits), "GetKeyLength", session.key->m_oLastError);
                 sink = sink + bits;
               }}));
   std::printf("typical_request %.1f\n", BestNanoseconds({[&] {

@@ -55,6 +55,6 @@ CreateObject = Dispatch
 def __getattr__(name):
     # quiv.constants: the predeclared global CConstQUIV, made on first use.
     if name == "constants":
-        value = globals()["constants"] = global_object("CConstQUIV")
+        value = globals()["constants"] = global_object()
         return value
     raise AttributeError(f"module 'quiv' has no attribute {name!r}")

@@ -1,6 +1,7 @@
-"""Creating objects by program id or class id, through the library's own creation function
-(the counterpart of the platform's create-by-program-id), which reads the registry that the
-library's registration writes and falls back to the library's own classes."""
+"""Creating objects by program id or class id through the library's own creation function
+(QuivCreateObject, the counterpart of the platform's create-by-program-id: it reads the registry
+the library's registration writes and falls back to the library's own classes), and the
+predeclared global object (QuivGetAppObject)."""
 
 import ctypes
 from ctypes import POINTER, c_void_p
@@ -9,39 +10,41 @@ from . import _com
 from ._library import library, utf16
 from .errors import ComError
 
-_creator = None
+_functions = {}
 
 
-def _create_function():
-    global _creator
-    if _creator is None:
-        function = library().optional("QuivCreateObject", _com.HRESULT, c_void_p,
-                                      POINTER(_com.GUID), POINTER(c_void_p))
+def _function(name, *argtypes):
+    function = _functions.get(name)
+    if function is None:
+        function = library().optional(name, _com.HRESULT, *argtypes)
         if function is None:
-            raise ComError(_com.REGDB_E_CLASSNOTREG,
-                           f"{library().path} exports no QuivCreateObject")
-        _creator = function
-    return _creator
+            raise ComError(_com.E_FAIL, f"{library().path} exports no {name}")
+        _functions[name] = function
+    return function
 
 
 def create_dispatch(progid):
-    """A new IDispatch (a reference the caller releases) of the class `progid`."""
+    """A new IDispatch (a reference the caller releases) of the class `progid`
+    ("QUIV.CProvider" or a class id in braces)."""
     if not isinstance(progid, str):
         raise TypeError("the program id is a str such as 'QUIV.CProvider'")
     out = c_void_p()
     name = utf16(progid)
-    hr = _create_function()(ctypes.addressof(name), ctypes.byref(_com.IID_IDispatch),
-                            ctypes.byref(out))
+    hr = _function("QuivCreateObject", c_void_p, POINTER(c_void_p))(
+        ctypes.addressof(name), ctypes.byref(out))
     if _com.failed(hr) or not out.value:
         raise ComError(hr, f"creating {progid!r}")
     return out.value
 
 
-def global_object(class_name):
-    """The predeclared global instance of an application-object class (CConstQUIV)."""
+def global_object():
+    """The predeclared global instance of the application object (CConstQUIV)."""
     from ._dispatch import wrap
-    pointer = create_dispatch(f"QUIV.{class_name}")
+    out = c_void_p()
+    hr = _function("QuivGetAppObject", POINTER(c_void_p))(ctypes.byref(out))
+    if _com.failed(hr) or not out.value:
+        raise ComError(hr, "the global CConstQUIV")
     try:
-        return wrap(pointer)
+        return wrap(out.value)
     finally:
-        _com.release(pointer)
+        _com.release(out.value)

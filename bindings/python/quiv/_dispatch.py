@@ -260,8 +260,14 @@ class DispatchObject:
                                args, kwargs)
 
     def __str__(self):
-        if _com.DISPID_VALUE in self._quiv_class.by_id:
+        cls = self._quiv_class
+        if _com.DISPID_VALUE in cls.by_id:
             return str(self())
+        if not cls.by_id:  # no type information: ask for the default member
+            try:
+                return str(self())
+            except ComError:
+                pass
         return repr(self)
 
     def __repr__(self):
