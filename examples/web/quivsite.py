@@ -81,11 +81,15 @@ def ensure_site_keys():
     try:
         run(provider, "SetProviderTypeID", c.PROV_RSA_FULL)
         run(provider, "SetProviderName", c.MS_ENHANCED_PROV)
-        containers = run(provider, "GetContainerObject", None)[1]
         created = not succeeded(
             provider.LoadProvider(CONTAINER, quiv.CONTAINER_ACCESS.MULTI_USER))
         if created:
+            # A context without a container (public keys only) is enough to create one.
+            run(provider, "LoadProvider", "", quiv.CONTAINER_ACCESS.SINGLE_USER,
+                quiv.CONTAINER_KEYS_ACCESS.PUBLIC_KEYS_ONLY)
+            containers = run(provider, "GetContainerObject", None)[1]
             run(containers, "NewContainer", CONTAINER, quiv.CONTAINER_ACCESS.MULTI_USER)
+        containers = run(provider, "GetContainerObject", None)[1]
         has_key = run(containers, "CheckForSignatureKeyPair", None)[1]
         if not has_key:
             signature = run(provider, "GetSignatureKeyPairObject", None)[1]
@@ -172,7 +176,7 @@ nav a{margin-right:1em}label{display:block;margin-top:.8em}textarea,input[type=t
 width:100%;box-sizing:border-box;font-family:monospace}textarea{height:6em}
 .result{background:#eef6ee;border:1px solid #9c9;padding:.6em;word-break:break-all}
 .error{background:#fbeaea;border:1px solid #c99;padding:.6em;word-break:break-all}
-table{border-collapse:collapse}td,th{border:1px solid #ccc;padding:.2em .5em;text-align:left}"""
+pre{white-space:pre-wrap;word-break:break-all;margin:.3em 0}table{border-collapse:collapse}td,th{border:1px solid #ccc;padding:.2em .5em;text-align:left}"""
 
 PAGES = (("/encrypt", "Encrypt"), ("/decrypt", "Decrypt"), ("/sign", "Sign"),
          ("/verify", "Verify"), ("/publickey", "Public key"), ("/algorithms", "Algorithms"))
