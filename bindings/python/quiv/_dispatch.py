@@ -29,7 +29,6 @@ _PUT_NAMED = (_com.DISPID * 1)(_com.DISPID_PROPERTYPUT)
 
 # One Python object per library object: keyed by the object's IUnknown pointer.
 _objects = weakref.WeakValueDictionary()
-_untyped = _typeinfo.ClassInfo("IDispatch", None, {})
 
 
 def wrap(pointer):
@@ -130,7 +129,8 @@ class DispatchObject:
         hr = _typeinfo_proto(vtable[_com.SLOT_GETTYPEINFO])(
             self._quiv_pointer, 0, _com.LOCALE_USER_DEFAULT, byref(info))
         if _com.failed(hr) or not info.value:
-            return _untyped
+            # No type information: names are resolved for this object alone.
+            return _typeinfo.ClassInfo("IDispatch", None, {})
         try:
             return _typeinfo.class_info(info.value)
         finally:
@@ -327,7 +327,8 @@ def _invoke_error(hr, obj, member, info, argerr, count, signature):
     excepinfo = _excepinfo(info) if hr == _com.DISP_E_EXCEPTION else None
     index = None
     argument = None
-    if hr in (_com.DISP_E_TYPEMISMATCH, _com.DISP_E_OVERFLOW, _com.DISP_E_PARAMNOTFOUND) \
+    if hr in (_com.DISP_E_TYPEMISMATCH, _com.DISP_E_OVERFLOW, _com.DISP_E_PARAMNOTFOUND,
+              _com.DISP_E_PARAMNOTOPTIONAL) \
             and argerr < count:
         index = argerr
         position = count - 1 - argerr

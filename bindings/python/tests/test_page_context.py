@@ -16,11 +16,10 @@ ENVIRON = {
 
 
 def failing_provider(environ):
-    """A provider made for the page whose LoadProvider fails (no such provider)."""
+    """A provider made for the page whose SetProviderName fails (a provider it does not
+    support)."""
     provider = quiv.Dispatch("QUIV.CProvider", page=environ)
-    provider.SetProviderTypeID(quiv.constants.PROV_RSA_FULL)
-    provider.SetProviderName("No Such Cryptographic Provider")
-    result = provider.LoadProvider()
+    result = provider.SetProviderName("No Such Cryptographic Provider")
     assert (result[0] if isinstance(result, tuple) else result) is False
     return provider
 
@@ -71,7 +70,6 @@ def test_an_empty_query_string_still_gets_its_question_mark():
 def test_without_a_page_no_web_parts_are_written():
     provider = quiv.Dispatch("QUIV.CProvider")
     provider.SetProviderName("No Such Cryptographic Provider")
-    provider.LoadProvider()
     try:
         message = str(provider.LastError)
         assert message and "Pg:" not in message and "WSrvr:" not in message
@@ -85,7 +83,6 @@ def test_the_library_keeps_the_page_alive_and_lets_it_go():
     gc.collect()  # Python holds no reference to the page any more; the error record does
     assert len(page_module._pages) == before + 1
     provider.SetProviderName("No Such Cryptographic Provider")
-    provider.LoadProvider()
     assert "Pg: /shop/pay.asp?kept=1. " in str(provider.LastError)
     provider.TerminateAll()
     del provider
@@ -101,7 +98,6 @@ def test_a_page_context_given_directly_to_on_start_page():
     provider = quiv.Dispatch("QUIV.CProvider")
     provider.OnStartPage(page)
     provider.SetProviderName("No Such Cryptographic Provider")
-    provider.LoadProvider()
     try:
         assert "Pg: /direct.asp?x=1. WSrvr: 10.1.2.3. Cookies: a=b. " in str(provider.LastError)
     finally:
