@@ -4,7 +4,6 @@ import ctypes
 import ctypes.util
 import os
 import pathlib
-import re
 from ctypes import POINTER, c_char_p, c_int32, c_uint16, c_uint32, c_void_p
 
 from . import _com
@@ -31,16 +30,33 @@ def registry_files():
     return files
 
 
-_LIBRARY_PATH = re.compile(r"(/[^\s\"'=]*libquiv\.so[.0-9]*)")
+_MARKER = "quiv-registry 1"
 
 
 def _registered_paths(registry):
-    """Library paths a registry file names (the registered classes' in-process server)."""
+    """The libraries a registry file names for the library's classes, QUIV.CProvider's first.
+    The file: a "quiv-registry 1" line, then one [program id] section per class whose
+    "library = /path" line names the in-process server."""
     try:
-        text = registry.read_text(encoding="utf-8", errors="replace")
-    except OSError:
+        lines = registry.read_text(encoding="utf-8").splitlines()
+    except (OSError, UnicodeDecodeError):
         return []
-    return list(dict.fromkeys(_LIBRARY_PATH.findall(text)))
+    lines = [line.strip() for line in lines if line.strip() and not line.lstrip().startswith("#")]
+    if not lines or lines[0] != _MARKER:
+        return []
+    paths, section = [], ""
+    for line in lines[1:]:
+        if line.startswith("[") and line.endswith("]"):
+            section = line[1:-1].strip()
+            continue
+        key, _, value = line.partition("=")
+        if key.strip() == "library" and section.upper().startswith("QUIV."):
+            path = value.strip()
+            if section.upper() == "QUIV.CPROVIDER":
+                paths.insert(0, path)
+            else:
+                paths.append(path)
+    return list(dict.fromkeys(paths))
 
 
 def candidates():

@@ -309,3 +309,19 @@ def test_typical_request_gives_the_bytes_of_the_cpp_path(provider, algorithm):
     assert cipher == expected["ciphertext"]
     assert ok(key.Decrypt(message))
     assert message.UnloadMessageText(None, S.STRING_VB)[1] == text
+
+
+def test_the_registry_names_the_library_when_quiv_library_is_not_set(tmp_path):
+    registry = tmp_path / "registry"
+    registry.write_text("# written by the test\nquiv-registry 1\n[QUIV.CProvider]\n"
+                        "clsid = {11005E58-1605-4823-A111-015C80BEF343}\nclass = CProvider\n"
+                        f"library = {os.environ['QUIV_LIBRARY']}\nthreading = Apartment\n"
+                        "typelib = {FC37858F-3747-44D2-8A34-C6371C2CF212}\nversion = 1.0\n")
+    env = {k: v for k, v in os.environ.items() if k != "QUIV_LIBRARY"}
+    env["QUIV_REGISTRY"] = str(registry)
+    code = ("import quiv, quiv._library as l; p = quiv.Dispatch('QUIV.CProvider'); "
+            "print(l.library().path)")
+    result = subprocess.run(["python3", "-c", code], env=env, capture_output=True, text=True,
+                            cwd=str(ROOT / "bindings" / "python"))
+    assert result.returncode == 0, result.stderr
+    assert result.stdout.strip() == os.environ["QUIV_LIBRARY"]
