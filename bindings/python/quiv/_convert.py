@@ -130,6 +130,23 @@ def store(variant, value, vt=_com.VT_VARIANT):
         raise ConversionError(f"{type(value).__name__} has no automation form")
 
 
+_PLAIN = {_com.VT_EMPTY: lambda v: None, _com.VT_I2: lambda v: v.iVal,
+          _com.VT_I4: lambda v: v.lVal, _com.VT_R8: lambda v: v.dblVal,
+          _com.VT_BOOL: lambda v: v.boolVal != 0}
+
+
+def load_result(variant, wrap):
+    """The Python value of an Invoke result, which is then cleared (its string, array or
+    object given back)."""
+    plain = _PLAIN.get(variant.vt)
+    if plain is not None:
+        return plain(variant.v)
+    try:
+        return load(variant, wrap)
+    finally:
+        library().VariantClear(ctypes.byref(variant))
+
+
 def load(variant, wrap):
     """The Python value of `variant`; `wrap(pointer)` makes the Python object for an IDispatch
     (taking its own reference)."""

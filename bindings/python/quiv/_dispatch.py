@@ -16,10 +16,10 @@ from ._library import library, loaded, utf16
 from ._typeinfo import MISSING
 from .errors import ComError, UnknownNameError
 
-_invoke_proto = ctypes.CFUNCTYPE(_com.HRESULT, c_void_p, _com.DISPID, POINTER(_com.GUID),
-                                 _com.LCID, c_uint16, POINTER(_com.DISPPARAMS),
-                                 POINTER(_com.VARIANT), POINTER(_com.EXCEPINFO),
-                                 POINTER(c_uint32))
+# Invoke takes its pointers as plain addresses: ctypes converts an int fastest, and the blocks
+# they point to live in a _Scratch for the whole call.
+_invoke_proto = ctypes.CFUNCTYPE(_com.HRESULT, c_void_p, _com.DISPID, c_void_p, _com.LCID,
+                                 c_uint16, c_void_p, c_void_p, c_void_p, c_void_p)
 _ids_proto = ctypes.CFUNCTYPE(_com.HRESULT, c_void_p, POINTER(_com.GUID), POINTER(c_void_p),
                               c_uint32, _com.LCID, POINTER(_com.DISPID))
 _typeinfo_proto = ctypes.CFUNCTYPE(_com.HRESULT, c_void_p, c_uint32, _com.LCID,
@@ -59,6 +59,28 @@ def _excepinfo(info):
         if bstr:
             lib.SysFreeString(bstr)
     return fields
+
+
+class _Scratch:
+    """The fixed blocks of one Invoke (DISPPARAMS, result, EXCEPINFO, argument error) with
+    their pointers made once: reused call after call from a pool, which keeps each in use by
+    one call at a time, nested calls and threads included."""
+    __slots__ = ("params", "result", "info", "argerr", "params_ref", "result_ref", "info_ref",
+                 "argerr_ref")
+
+    def __init__(self):
+        self.params = _com.DISPPARAMS()
+        self.result = _com.VARIANT()
+        self.info = _com.EXCEPINFO()
+        self.argerr = c_uint32()
+        self.params_ref = ctypes.addressof(self.params)
+        self.result_ref = ctypes.addressof(self.result)
+        self.info_ref = ctypes.addressof(self.info)
+        self.argerr_ref = ctypes.addressof(self.argerr)
+
+
+_scratch = []
+_IID_NULL_REF = ctypes.addressof(_IID_NULL)
 
 
 class _Call:
@@ -164,10 +186,14 @@ class DispatchObject:
         return memid
 
     def _quiv_member(self, name):
-        memid = self._quiv_id(name)
-        member = self._quiv_class.by_id.get(memid)
-        if member is None:  # no type information: the run time decides
-            member = _typeinfo.Member(name, memid)
+        cls = self._quiv_class
+        member = cls.members.get(name)
+        if member is None:
+            memid = self._quiv_id(name)
+            member = cls.by_id.get(memid)
+            if member is None:  # no type information: the run time decides
+                member = _typeinfo.Member(name, memid)
+            cls.members[name] = member
         return member
 
     def __getattr__(self, name):
@@ -211,6 +237,8 @@ class DispatchObject:
             signature = member.kinds.get(kind)
             if signature is not None:
                 break
+        if not args and not kwargs and (signature is None or not signature.params):
+            return self._quiv_invoke_raw(member, flags, None, signature)
         values = _arrange(member, signature, args, kwargs)
         call = _Call(len(values))
         try:
@@ -233,24 +261,35 @@ class DispatchObject:
             call.clear()
 
     def _quiv_invoke_raw(self, member, flags, call, signature):
-        params = _com.DISPPARAMS()
-        params.rgvarg = call.args
-        params.cArgs = call.count
-        if flags in (_com.DISPATCH_PROPERTYPUT, _com.DISPATCH_PROPERTYPUTREF):
-            params.rgdispidNamedArgs = _PUT_NAMED
-            params.cNamedArgs = 1
-        result = _com.VARIANT()
-        info = _com.EXCEPINFO()
-        argerr = c_uint32(0xFFFFFFFF)
-        hr = self._quiv_invoke(self._quiv_pointer, member.memid, byref(_IID_NULL),
-                               _com.LOCALE_USER_DEFAULT, flags, byref(params), byref(result),
-                               byref(info), byref(argerr))
-        if _com.failed(hr):
-            raise _invoke_error(hr, self, member, info, argerr.value, call.count, signature)
+        scratch = _scratch.pop() if _scratch else _Scratch()
         try:
-            return _convert.load(result, wrap)
+            params = scratch.params
+            if call is None:
+                params.rgvarg = None
+                params.cArgs = 0
+            else:
+                params.rgvarg = call.args
+                params.cArgs = call.count
+            if flags & (_com.DISPATCH_PROPERTYPUT | _com.DISPATCH_PROPERTYPUTREF):
+                params.rgdispidNamedArgs = _PUT_NAMED
+                params.cNamedArgs = 1
+            else:
+                params.rgdispidNamedArgs = None
+                params.cNamedArgs = 0
+            result = scratch.result
+            result.vt = _com.VT_EMPTY
+            scratch.argerr.value = 0xFFFFFFFF
+            hr = self._quiv_invoke(self._quiv_pointer, member.memid, _IID_NULL_REF,
+                                   _com.LOCALE_USER_DEFAULT, flags, scratch.params_ref,
+                                   scratch.result_ref, scratch.info_ref, scratch.argerr_ref)
+            if hr < 0:
+                error = _invoke_error(hr, self, member, scratch.info, scratch.argerr.value,
+                                      call.count if call else 0, signature)
+                ctypes.memset(scratch.info_ref, 0, ctypes.sizeof(_com.EXCEPINFO))
+                raise error
+            return _convert.load_result(result, wrap)
         finally:
-            library().VariantClear(byref(result))
+            _scratch.append(scratch)
 
     # -- the default member, identity, introspection ----------------------------------------
 

@@ -63,6 +63,7 @@ class ClassInfo:
         self.by_id = members
         self.by_name = {m.name.lower(): m for m in members.values()}
         self.ids = {}  # lower-case name -> dispatch id, as GetIDsOfNames answered
+        self.members = {}  # the name as written -> Member, for the next access
 
 
 def _call(pointer, slot, *args):
