@@ -73,12 +73,13 @@ std::filesystem::path FolderOf(const std::filesystem::path& path) {
 }
 
 // Writes the complete temporary file; its content is on disk when this returns.
-void WriteTemporary(const std::filesystem::path& temporary, std::span<const uint8_t> bytes) {
+void WriteTemporary(const std::filesystem::path& temporary, std::span<const uint8_t> bytes,
+                    mode_t mode) {
   Descriptor file(
       ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
   if (file.get() < 0) ThrowErrno(errno);
-  // The umask may have removed bits from 0600 at creation; set the mode exactly.
-  if (::fchmod(file.get(), 0600) != 0) ThrowErrno(errno);
+  // The umask may have removed bits at creation; set the mode exactly.
+  if (::fchmod(file.get(), mode) != 0) ThrowErrno(errno);
   WriteAll(file.get(), bytes);
   if (::fsync(file.get()) != 0) ThrowErrno(errno);
   if (const int error = file.Close(); error != 0) ThrowErrno(error);
@@ -100,11 +101,15 @@ uint32_t AtomicFile::ErrorCode(int error) {
 }
 
 void AtomicFile::MakePrivateFolder(const std::filesystem::path& folder) {
+  MakeFolder(folder, 0700);
+}
+
+void AtomicFile::MakeFolder(const std::filesystem::path& folder, mode_t mode) {
   std::filesystem::path current;
   for (const auto& part : folder) {
     current /= part;
-    if (::mkdir(current.c_str(), 0700) == 0) {
-      if (::chmod(current.c_str(), 0700) != 0) ThrowErrno(errno);
+    if (::mkdir(current.c_str(), mode) == 0) {
+      if (::chmod(current.c_str(), mode) != 0) ThrowErrno(errno);
       SyncFolder(FolderOf(current));
       continue;
     }
@@ -115,10 +120,11 @@ void AtomicFile::MakePrivateFolder(const std::filesystem::path& folder) {
   if (!S_ISDIR(info.st_mode)) ThrowErrno(ENOTDIR);
 }
 
-void AtomicFile::Write(const std::filesystem::path& target, std::span<const uint8_t> bytes) {
+void AtomicFile::Write(const std::filesystem::path& target, std::span<const uint8_t> bytes,
+                       mode_t mode) {
   const auto temporary = TemporaryFor(target);
   try {
-    WriteTemporary(temporary, bytes);
+    WriteTemporary(temporary, bytes, mode);
     if (const auto hook = g_beforeRename.load()) hook(temporary);
     if (::rename(temporary.c_str(), target.c_str()) != 0) ThrowErrno(errno);
   } catch (...) {

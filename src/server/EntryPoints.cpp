@@ -62,10 +62,7 @@ HRESULT QuivCreateObject(LPCOLESTR progIdOrClsid, IDispatch** object) {
   *object = nullptr;
   if (progIdOrClsid == nullptr) return CO_E_CLASSSTRING;
   try {
-    const ClassTable* table = nullptr;
-    const HRESULT hr = quiv::server::ResolveClass(std::u16string_view(progIdOrClsid), table);
-    if (FAILED(hr)) return hr;
-    return quiv::server::CreateObject(*table, &IID_IDispatch, reinterpret_cast<void**>(object));
+    return quiv::server::CreateByName(std::u16string_view(progIdOrClsid), object);
   } catch (...) {
     return E_OUTOFMEMORY;
   }

@@ -14,16 +14,20 @@
  *       Write / remove the library's entries in the registry file: every class's program id
  *       ("QUIV.CProvider", ...) and class id, mapped to this library's path, with the type
  *       library's identity and version. Unregistering removes exactly these entries. Where the
- *       file lives: see server/Registry.h (per user under the XDG config folder, machine-wide
- *       under /etc, relocated by QUIV_REGISTRY_FILE).
+ *       file lives: see server/ClassRegistry.h (per user under the XDG config folder, machine-wide
+ *       /etc/quiv/registry when run as root, or the one file QUIV_REGISTRY names). S_OK, or
+ *       REGDB_E_READREGDB / REGDB_E_WRITEREGDB when the file cannot be read or written.
  *
  * Creation by name, the counterpart of the platform's create-by-program-id:
  *   QuivCreateObject(u"QUIV.CProvider", &object)        a program id (case-insensitive), or
  *   QuivCreateObject(u"{11005E58-...}", &object)        a class id in braces.
- *       The name is looked up in the registry file; when nothing is registered the library's
- *       own classes answer. On success *object is the new object's IDispatch (the caller
- *       releases it). CO_E_CLASSSTRING for a name that is neither, REGDB_E_CLASSNOTREG for an
- *       unknown class, CLASS_E_CLASSNOTAVAILABLE for a class callers may not create.
+ *       The name is looked up in the registry file (a class another library registered is made
+ *       by that library's DllGetClassObject); when nothing is registered under the name the
+ *       library's own classes answer. On success *object is the new object's IDispatch (the
+ *       caller releases it). CO_E_CLASSSTRING for a malformed class id, REGDB_E_CLASSNOTREG for
+ *       an unknown class, CLASS_E_CLASSNOTAVAILABLE for a class callers may not create,
+ *       REGDB_E_READREGDB for a damaged registry file, CO_E_DLLNOTFOUND for a registered library
+ *       that cannot be loaded.
  *
  * The predeclared global object:
  *   QuivGetAppObject(&constants)

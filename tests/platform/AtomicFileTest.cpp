@@ -52,6 +52,13 @@ TEST_F(AtomicFileTest, WriteCreatesAndReplacesWithMode0600) {
   EXPECT_EQ(EntriesIn(m_temp.folder()), 1u);  // no temporary left behind
 }
 
+TEST_F(AtomicFileTest, WriteWithAnotherModeSetsThatModeWhateverTheUmask) {
+  const mode_t previous = ::umask(0077);
+  AtomicFile::Write(m_file, Bytes{1}, 0644);
+  ::umask(previous);
+  EXPECT_EQ(ModeOf(m_file), 0644u);
+}
+
 void FailingHook(const fs::path&) {
   throw CspError(NTE_FAIL);
 }
@@ -107,6 +114,15 @@ TEST_F(AtomicFileTest, MakePrivateFolderCreatesEveryLevel0700) {
             static_cast<uint32_t>(NTE_FAIL));
   EXPECT_EQ(ErrorOf([&] { AtomicFile::MakePrivateFolder(m_file / "below"); }),
             static_cast<uint32_t>(NTE_FAIL));
+}
+
+TEST_F(AtomicFileTest, MakeFolderGivesNewFoldersTheModeAskedFor) {
+  const mode_t previous = ::umask(0077);
+  AtomicFile::MakeFolder(m_temp.folder() / "shared" / "quiv", 0755);
+  ::umask(previous);
+  EXPECT_EQ(ModeOf(m_temp.folder() / "shared"), 0755u);
+  EXPECT_EQ(ModeOf(m_temp.folder() / "shared" / "quiv"), 0755u);
+  EXPECT_EQ(ModeOf(m_temp.folder()), 0700u);  // existing folders are left as they are
 }
 
 TEST_F(AtomicFileTest, StaleTemporariesAreRemovedAndNothingElse) {
