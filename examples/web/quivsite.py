@@ -101,24 +101,25 @@ def ensure_site_keys():
 
 # -- pages -------------------------------------------------------------------------------------
 
-def encrypt(session, form):
+def _phrase_key(session, form, text, text_format):
+    """The message loaded with `text` and the session key derived from the form's phrase."""
     message = session.take("GetMessageTextObject")
     key = session.take("GetSessionKeyObject")
-    run(message, "LoadMessageText", form.get("text", ""), FORMAT.STRING_VB)
+    run(message, "LoadMessageText", text, text_format)
     run(key, "SetKeyAlgorithmID", getattr(quiv.constants, _algorithm(form)))
     run(key, "SetKeyPhrase", form.get("phrase", ""))
     run(key, "GenerateSessionKey")
+    return message, key
+
+
+def encrypt(session, form):
+    message, key = _phrase_key(session, form, form.get("text", ""), FORMAT.STRING_VB)
     run(key, "Encrypt", message)
     return run(message, "UnloadMessageText", None, FORMAT.STRING_HEX)[1]
 
 
 def decrypt(session, form):
-    message = session.take("GetMessageTextObject")
-    key = session.take("GetSessionKeyObject")
-    run(message, "LoadMessageText", form.get("hex", "").strip(), FORMAT.STRING_HEX)
-    run(key, "SetKeyAlgorithmID", getattr(quiv.constants, _algorithm(form)))
-    run(key, "SetKeyPhrase", form.get("phrase", ""))
-    run(key, "GenerateSessionKey")
+    message, key = _phrase_key(session, form, form.get("hex", "").strip(), FORMAT.STRING_HEX)
     run(key, "Decrypt", message)
     return run(message, "UnloadMessageText", None, FORMAT.STRING_VB)[1]
 
@@ -237,51 +238,58 @@ def read_form(environ):
     return {k: v[-1] for k, v in fields.items()}
 
 
+def _verdict(session, form):
+    return "valid" if verify(session, form) else "INVALID"
+
+
+# The form pages: path -> (title, fields, button, work, result label, result element id).
+# Fields are (name, label, multi-line); an "algorithm" field is the cipher chooser.
+FORMS = {
+    "/encrypt": ("Encrypt a text",
+                 (("text", "Text", True), ("phrase", "Pass phrase", False), ("algorithm",)),
+                 "Encrypt", encrypt, "Ciphertext (hex)", "ciphertext"),
+    "/decrypt": ("Decrypt a text",
+                 (("hex", "Ciphertext (hex)", True), ("phrase", "Pass phrase", False),
+                  ("algorithm",)),
+                 "Decrypt", decrypt, "Text", "plaintext"),
+    "/sign": ("Sign with the site's key", (("text", "Text", True),), "Sign", sign,
+              "Signature (hex, SHA-1)", "signature"),
+    "/verify": ("Verify a signature",
+                (("text", "Text", True), ("signature", "Signature (hex)", True)),
+                "Verify", _verdict, "Verdict", "verdict"),
+}
+
+
+def form_view(path, form, environ):
+    """A form page; the library's work runs only when the form was sent."""
+    title, fields, button, work, label, ident = FORMS[path]
+    inputs = [algorithm_field(form) if f[0] == "algorithm" else field(f[0], f[1], form, f[2])
+              for f in fields]
+    body = form_page(path, inputs, button)
+    if form:
+        body += with_session(environ, lambda s: result_box(label, work(s, form), ident))
+    return "200 OK", title, body
+
+
+def algorithms_table(session):
+    rows = "".join("<tr>" + "".join(f"<td>{e(v)}</td>" for v in row) + "</tr>"
+                   for row in algorithms(session))
+    return ('<table id="algorithms"><tr><th>Code</th><th>Id</th><th>Default bits</th>'
+            f"<th>Min</th><th>Max</th><th>Name</th></tr>{rows}</table>")
+
+
 def render(path, form, environ):
-    """(status, title, body) of a page; the library's work runs only when the form was sent."""
-    sent = bool(form)
+    """(status, title, body) of a page."""
     if path in ("/", "/index"):
         items = "".join(f'<li><a href="{p}">{e(n)}</a></li>' for p, n in PAGES)
         return "200 OK", "QUIV example site", f"<ul>{items}</ul>"
-    if path == "/encrypt":
-        body = form_page("/encrypt", [field("text", "Text", form, True),
-                                      field("phrase", "Pass phrase", form),
-                                      algorithm_field(form)], "Encrypt")
-        if sent:
-            body += with_session(environ, lambda s: result_box("Ciphertext (hex)",
-                                                               encrypt(s, form), "ciphertext"))
-        return "200 OK", "Encrypt a text", body
-    if path == "/decrypt":
-        body = form_page("/decrypt", [field("hex", "Ciphertext (hex)", form, True),
-                                      field("phrase", "Pass phrase", form),
-                                      algorithm_field(form)], "Decrypt")
-        if sent:
-            body += with_session(environ, lambda s: result_box("Text", decrypt(s, form),
-                                                               "plaintext"))
-        return "200 OK", "Decrypt a text", body
-    if path == "/sign":
-        body = form_page("/sign", [field("text", "Text", form, True)], "Sign")
-        if sent:
-            body += with_session(environ, lambda s: result_box("Signature (hex, SHA-1)",
-                                                               sign(s, form), "signature"))
-        return "200 OK", "Sign with the site's key", body
-    if path == "/verify":
-        body = form_page("/verify", [field("text", "Text", form, True),
-                                     field("signature", "Signature (hex)", form, True)], "Verify")
-        if sent:
-            body += with_session(environ, lambda s: result_box(
-                "Verdict", "valid" if verify(s, form) else "INVALID", "verdict"))
-        return "200 OK", "Verify a signature", body
+    if path in FORMS:
+        return form_view(path, form, environ)
     if path == "/publickey":
         return "200 OK", "The site's public signature key", with_session(
             environ, lambda s: result_box("PUBLICKEYBLOB (hex)", public_key(s), "publickey"))
     if path == "/algorithms":
-        def table(session):
-            rows = "".join("<tr>" + "".join(f"<td>{e(v)}</td>" for v in row) + "</tr>"
-                           for row in algorithms(session))
-            return ('<table id="algorithms"><tr><th>Code</th><th>Id</th><th>Default bits</th>'
-                    f"<th>Min</th><th>Max</th><th>Name</th></tr>{rows}</table>")
-        return "200 OK", "The provider's algorithms", with_session(environ, table)
+        return "200 OK", "The provider's algorithms", with_session(environ, algorithms_table)
     return "404 Not Found", "Not found", f"<p>No page {e(path)}.</p>"
 
 
