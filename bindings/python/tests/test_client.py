@@ -4,6 +4,7 @@ parameters, conversions, object identity, the global constants and errors both w
 import json
 import os
 import subprocess
+import sys
 
 import pytest
 
@@ -265,7 +266,7 @@ def test_a_routine_without_a_trap_raises_with_the_exception_info():
 def test_library_not_found_names_the_places_it_looked(tmp_path):
     env = dict(os.environ, QUIV_LIBRARY=str(tmp_path / "libquiv.so"))
     code = "import quiv; quiv.Dispatch('QUIV.CProvider')"
-    result = subprocess.run(["python3", "-c", code], env=env, capture_output=True, text=True,
+    result = subprocess.run([sys.executable, "-c", code], env=env, capture_output=True, text=True,
                             cwd=str(ROOT / "bindings" / "python"))
     assert result.returncode != 0
     assert "LibraryNotFound" in result.stderr and str(tmp_path / "libquiv.so") in result.stderr
@@ -321,7 +322,7 @@ def test_the_registry_names_the_library_when_quiv_library_is_not_set(tmp_path):
     env["QUIV_REGISTRY"] = str(registry)
     code = ("import quiv, quiv._library as l; p = quiv.Dispatch('QUIV.CProvider'); "
             "print(l.library().path)")
-    result = subprocess.run(["python3", "-c", code], env=env, capture_output=True, text=True,
+    result = subprocess.run([sys.executable, "-c", code], env=env, capture_output=True, text=True,
                             cwd=str(ROOT / "bindings" / "python"))
     assert result.returncode == 0, result.stderr
     assert result.stdout.strip() == os.environ["QUIV_LIBRARY"]
