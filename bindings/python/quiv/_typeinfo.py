@@ -143,7 +143,8 @@ def _type_of(typeinfo, tdesc):
         levels += 1
         vt &= ~_com.VT_BYREF
     if vt == _com.VT_USERDEFINED:
-        vt, is_interface = _userdefined_vt(typeinfo, tdesc.u or 0)
+        # The union holds a 32-bit HREFTYPE here.
+        vt, is_interface = _userdefined_vt(typeinfo, (tdesc.u or 0) & 0xFFFFFFFF)
         if is_interface:
             levels -= 1
     elif vt == _com.VT_SAFEARRAY:
