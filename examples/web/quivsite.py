@@ -153,7 +153,8 @@ def public_key(session):
 
 
 def algorithms(session):
-    info = session.take("GetListOfAlgorithms")
+    info = quiv.Dispatch("QUIV.CAlgInfo")  # the provider fills the catalogue it is given
+    run(session.provider, "GetListOfAlgorithms", info)
     rows = []
     info.MoveFirst()
     while not info.EOF:

@@ -45,7 +45,9 @@ def provider():
 
 
 def take(provider, getter):
-    """One of the provider's working objects."""
-    result, obj = getattr(provider, getter)(None)
+    """One of the provider's working objects; for GetListOfAlgorithms, a new CAlgInfo the
+    provider fills (the caller supplies it)."""
+    supplied = quiv.Dispatch("QUIV.CAlgInfo") if getter == "GetListOfAlgorithms" else None
+    result, obj = getattr(provider, getter)(supplied)
     assert result, str(provider.LastError)
     return obj

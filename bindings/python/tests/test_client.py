@@ -140,11 +140,14 @@ def test_an_integer_parameter_of_16_bits_gets_a_16_bit_value(provider):
     message = take(provider, "GetMessageTextObject")
     assert ok(message.LoadMessageText("abc", S.STRING_VB))
     assert ok(hash_value.Hash(message)), str(hash_value.LastError)
-    out = hash_value.UnloadFingerprint(None, quiv.FINGERPRINT_FORMAT.NOFORMAT)
-    assert out[0] is True and len(out[1]) == 32
+    # o_nHashSize is a by-reference 16-bit integer: the int travels as one and comes back.
+    assert hash_value.GetHashValueLengthInBytes(7) == (True, 16)  # MD5, the default
     with pytest.raises(quiv.ComError) as caught:
-        hash_value.UnloadFingerprint(None, 70000)
+        hash_value.GetHashValueLengthInBytes(70000)  # no 16-bit form
     assert caught.value.hresult_name in ("DISP_E_OVERFLOW", "DISP_E_TYPEMISMATCH")
+    assert caught.value.argument == "o_nHashSize"
+    out = hash_value.UnloadFingerprint(None, S.STRING_VB, quiv.FINGERPRINT_FORMAT.NOFORMAT)
+    assert out[0] is True and len(out[1]) == 32, str(hash_value.LastError)
 
 
 def test_none_is_nothing(provider):
@@ -209,11 +212,12 @@ def test_a_failing_method_returns_false_and_fills_last_error(provider):
     out = message.LoadMessageText("0G", S.STRING_HEX)
     assert out[0] is False
     record = message.LastError
-    assert record.ErrNumber == quiv.QUIV_ERROR.DATA_FORMAT_ERROR_INVALID_HEX_VALUE
-    assert record.ErrSource
-    assert record.ProjectName == "QUIV"
+    assert record.ErrNumber == quiv.QUIV_ERROR.DATA_FORMAT_ERROR_UNABLE_TO_LOAD
+    assert (record.ProjectName, record.ClassName, record.RoutineName) == \
+        ("QUIV", "CMessagetext", "LoadMessageText")
     text = str(record)
-    assert "DATA_FORMAT_ERROR_INVALID_HEX_VALUE" in text
+    assert text.startswith("QUIV.CMessagetext.LoadMessageText ")
+    assert "DATA_FORMAT_ERROR_UNABLE_TO_LOAD" in text
     assert record() == text == record.LastError()
     assert "Pg:" not in text  # no page context outside a web request
 

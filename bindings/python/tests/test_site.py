@@ -69,7 +69,8 @@ def test_bad_hex_shows_the_error_record_with_the_page_not_a_server_error(site):
     assert status == 200
     record = field(page, "error-record")
     assert record is not None, page
-    assert "DATA_FORMAT_ERROR_INVALID_HEX_VALUE" in record
+    assert record.startswith("QUIV.CMessagetext.LoadMessageText ")
+    assert "DATA_FORMAT_ERROR_UNABLE_TO_LOAD" in record
     assert "Pg: /decrypt?hex=0G&phrase=" in record
     assert f"WSrvr: 127.0.0.1. Cookies: visitor=42. " in record
     assert field(page, "plaintext") is None
