@@ -61,13 +61,18 @@ class Session:
 
     def __init__(self, environ):
         c = quiv.constants
-        self.provider = quiv.Dispatch("QUIV.CProvider", page=environ)
+        self.page = quiv.PageContext(environ)
+        self.provider = quiv.Dispatch("QUIV.CProvider", page=self.page)
         run(self.provider, "SetProviderTypeID", c.PROV_RSA_FULL)
         run(self.provider, "SetProviderName", c.MS_ENHANCED_PROV)
         run(self.provider, "LoadProvider", CONTAINER, quiv.CONTAINER_ACCESS.MULTI_USER)
 
     def take(self, getter):
-        return run(self.provider, getter, None)[1]
+        """One of the provider's working objects, given the page as well: the web server only
+        starts the objects a page creates, and the site wants every error record to name it."""
+        obj = run(self.provider, getter, None)[1]
+        obj.OnStartPage(self.page)
+        return obj
 
     def close(self):
         self.provider.TerminateAll()
@@ -153,7 +158,8 @@ def public_key(session):
 
 
 def algorithms(session):
-    info = quiv.Dispatch("QUIV.CAlgInfo")  # the provider fills the catalogue it is given
+    # The provider fills the catalogue it is given.
+    info = quiv.Dispatch("QUIV.CAlgInfo", page=session.page)
     run(session.provider, "GetListOfAlgorithms", info)
     rows = []
     info.MoveFirst()
