@@ -15,7 +15,7 @@ library's registration writes, the installed location and a build tree of this c
 
 from . import _com
 from ._dispatch import DispatchObject, wrap
-from ._library import LibraryNotFound, library
+from ._library import LibraryNotFound
 from .enums import (AMOUNT, CLASS_OF_ALGORITHMS_TO_SHOW, CONTAINER_ACCESS, CONTAINER_ACTION,
                     CONTAINER_KEYS_ACCESS, DATA_FORMAT, ENUMERATIONS, FINGERPRINT_FORMAT,
                     KEYPAIR_OBJECT_CONTAINS, QUIV_ERROR, WHAT_TO_HASH)

@@ -76,9 +76,8 @@ def _int_vt(value, vt):
         return _com.VT_I2
     if _I4[0] <= value <= _I4[1]:
         return _com.VT_I4
-    if vt in (_com.VT_I2, _com.VT_I4):
-        # The library's run time answers with its own overflow error; a double keeps the value.
-        return _com.VT_R8
+    # Too large for either: a double keeps the value, and the library's coercion answers an
+    # integer parameter with its overflow error.
     return _com.VT_R8
 
 

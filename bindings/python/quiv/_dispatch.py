@@ -9,7 +9,7 @@ without returns its result, as Python's COM clients on Windows do.
 import ctypes
 import sys
 import weakref
-from ctypes import POINTER, byref, c_int32, c_uint16, c_uint32, c_void_p
+from ctypes import POINTER, byref, c_uint16, c_uint32, c_void_p
 
 from . import _com, _convert, _typeinfo
 from ._library import library, loaded, utf16

@@ -4,7 +4,7 @@ import ctypes
 import ctypes.util
 import os
 import pathlib
-from ctypes import POINTER, c_char_p, c_int32, c_uint16, c_uint32, c_void_p
+from ctypes import POINTER, c_int32, c_uint16, c_uint32, c_void_p
 
 from . import _com
 
@@ -99,7 +99,6 @@ class Library:
 
     def __init__(self):
         self.dll, self.path = _load()
-        d = self.dll
         self._declare("SysAllocStringLen", c_void_p, c_void_p, c_uint32)
         self._declare("SysFreeString", None, c_void_p)
         self._declare("SysStringLen", c_uint32, c_void_p)
@@ -115,7 +114,6 @@ class Library:
         self._declare("SafeArrayGetLBound", _com.HRESULT, c_void_p, c_uint32, POINTER(c_int32))
         self._declare("SafeArrayGetUBound", _com.HRESULT, c_void_p, c_uint32, POINTER(c_int32))
         self._declare("SafeArrayDestroy", _com.HRESULT, c_void_p)
-        del d
 
     def _declare(self, name, restype, *argtypes):
         try:
@@ -155,5 +153,3 @@ def utf16(text):
     """A NUL-terminated UTF-16 buffer of `text` (for LPOLESTR arguments)."""
     return ctypes.create_string_buffer(text.encode("utf-16-le", "surrogatepass") + b"\0\0")
 
-
-del c_char_p

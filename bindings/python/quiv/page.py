@@ -10,7 +10,7 @@ calls ServerVariable(name) and QueryString.
 import ctypes
 import threading
 import weakref
-from ctypes import POINTER, byref, c_uint16, c_uint32, c_void_p
+from ctypes import POINTER, c_uint16, c_uint32, c_void_p
 
 from . import _com, _convert
 

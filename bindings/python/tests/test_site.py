@@ -72,7 +72,7 @@ def test_bad_hex_shows_the_error_record_with_the_page_not_a_server_error(site):
     assert record.startswith("QUIV.CMessagetext.LoadMessageText ")
     assert "DATA_FORMAT_ERROR_UNABLE_TO_LOAD" in record
     assert "Pg: /decrypt?hex=0G&phrase=" in record
-    assert f"WSrvr: 127.0.0.1. Cookies: visitor=42. " in record
+    assert "WSrvr: 127.0.0.1. Cookies: visitor=42. " in record
     assert field(page, "plaintext") is None
 
 
