@@ -10,7 +10,7 @@ S = quiv.DATA_FORMAT
 
 
 def main():
-    print("Python client (late-bound through Invoke):")
+    print("\nPython client (late-bound through Invoke):")
     provider = quiv.Dispatch("QUIV.CProvider")
     try:
         provider.SetProviderTypeID(c.PROV_RSA_FULL)

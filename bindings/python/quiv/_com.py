@@ -247,17 +247,23 @@ TL_GETLIBATTR, TL_GETDOCUMENTATION, TL_RELEASETLIBATTR = 7, 9, 12
 CF_CREATEINSTANCE = 3
 
 _prototypes = {}
+_functions = {}
 
 
 def method(pointer, slot, restype, *argtypes):
     """The function in vtable slot `slot` of the interface at `pointer`, as a ctypes callable
-    that takes the interface pointer as its first argument."""
-    key = (restype, argtypes)
-    proto = _prototypes.get(key)
-    if proto is None:
-        proto = _prototypes[key] = ctypes.CFUNCTYPE(restype, c_void_p, *argtypes)
-    vtable = ctypes.cast(pointer, POINTER(POINTER(c_void_p)))[0]
-    return proto(vtable[slot])
+    that takes the interface pointer as its first argument. Callables are kept by address and
+    signature: every object of a class shares its vtable."""
+    address = ctypes.cast(pointer, POINTER(POINTER(c_void_p)))[0][slot]
+    key = (address, restype, argtypes)
+    function = _functions.get(key)
+    if function is None:
+        proto = _prototypes.get((restype, argtypes))
+        if proto is None:
+            proto = _prototypes[(restype, argtypes)] = ctypes.CFUNCTYPE(restype, c_void_p,
+                                                                         *argtypes)
+        function = _functions[key] = proto(address)
+    return function
 
 
 def add_ref(pointer):

@@ -83,6 +83,11 @@ _scratch = []
 _IID_NULL_REF = ctypes.addressof(_IID_NULL)
 
 
+# What a VARIANT can own; a by-reference argument owns nothing (its holder does).
+_OWNING = frozenset({_com.VT_BSTR, _com.VT_DISPATCH, _com.VT_UNKNOWN,
+                     _com.VT_ARRAY | _com.VT_UI1})
+
+
 class _Call:
     """The argument list of one Invoke: VARIANTs in reverse order, holders of by-reference
     arguments, everything freed by clear()."""
@@ -122,12 +127,12 @@ class _Call:
         return _convert.load(self.holders[index], wrap)
 
     def clear(self):
-        clear = library().VariantClear
-        for i in range(self.count):
-            if not self.args[i].vt & _com.VT_BYREF:
-                clear(byref(self.args[i]))
-        for holder in self.holders.values():
-            clear(byref(holder))
+        """Frees what the arguments own (strings, arrays, object references)."""
+        clear = None
+        for variant in list(self.args or ()) + list(self.holders.values()):
+            if variant.vt in _OWNING:
+                clear = clear or library().VariantClear
+                clear(byref(variant))
 
 
 class DispatchObject:
@@ -200,11 +205,10 @@ class DispatchObject:
         if name.startswith("__") or name.startswith("_quiv"):
             raise AttributeError(name)
         member = self._quiv_member(name)
+        if member.reads_at_once:
+            return self._quiv_call(member, _com.DISPATCH_PROPERTYGET, (), {})
         if not member.kinds:
             return self._quiv_untyped(member)
-        getter = member.kinds.get(_com.INVOKE_PROPERTYGET)
-        if member.is_property and (getter is None or not _required(getter)):
-            return self._quiv_call(member, _com.DISPATCH_PROPERTYGET, (), {})
         return _BoundMethod(self, member)
 
     def _quiv_untyped(self, member):
@@ -253,9 +257,8 @@ class DispatchObject:
                     call.put(i, value, vt)
             result = self._quiv_invoke_raw(member, flags, call, signature)
             if signature and signature.byref_indexes and flags == _com.DISPATCH_METHOD:
-                finals = [i for i in signature.byref_indexes if i < len(values)]
-                return Outputs((result,) + tuple(call.final(i) for i in finals),
-                               [signature.params[i].name for i in finals])
+                return Outputs((result,) + tuple(call.final(i) for i in signature.byref_indexes
+                                                 if i < call.count), signature.output_names)
             return result
         finally:
             call.clear()
@@ -334,10 +337,6 @@ _KINDS = {
 }
 
 
-def _required(signature):
-    return any(not p.optional and not p.byref for p in signature.params)
-
-
 def _arrange(member, signature, args, kwargs):
     """The argument values in parameter order, MISSING where the caller gave none; trailing
     missing by-value arguments are left out, as a caller that omits them does."""
@@ -389,7 +388,7 @@ class Outputs(tuple):
 
     def __new__(cls, values, names):
         self = super().__new__(cls, values)
-        self._names = {n.lower(): i + 1 for i, n in enumerate(names)}
+        self._names = names  # lower-case parameter name -> index
         return self
 
     @property

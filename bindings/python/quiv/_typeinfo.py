@@ -28,27 +28,40 @@ class Param:
 
 class Signature:
     """One way of invoking a member (method, property get, let or set)."""
-    __slots__ = ("params", "result_vt", "byref_indexes", "names")
+    __slots__ = ("params", "result_vt", "byref_indexes", "names", "output_names")
 
     def __init__(self, params, result_vt):
         self.params = params
         self.result_vt = result_vt
+        self.finish()
+
+    def finish(self):
+        """Derives the lookups from the parameters (again, after a change to them)."""
+        params = self.params
         self.byref_indexes = [i for i, p in enumerate(params) if p.byref]
         self.names = {p.name.lower(): i for i, p in enumerate(params)}
+        # Position in the (result, by-reference values...) tuple, by parameter name.
+        self.output_names = {params[i].name.lower(): n + 1
+                             for n, i in enumerate(self.byref_indexes)}
 
 
 class Member:
-    __slots__ = ("name", "memid", "kinds", "doc")
+    __slots__ = ("name", "memid", "kinds", "doc", "is_property", "reads_at_once")
 
     def __init__(self, name, memid):
         self.name, self.memid = name, memid
         self.kinds = {}  # INVOKE_* -> Signature
         self.doc = ""
+        self.finish()
 
-    @property
-    def is_property(self):
-        return _com.INVOKE_FUNC not in self.kinds and (
+    def finish(self):
+        """Derives from the kinds: a property (no method of the name), and whether reading the
+        attribute gets its value at once (a property getter without required parameters)."""
+        self.is_property = _com.INVOKE_FUNC not in self.kinds and (
             _com.INVOKE_PROPERTYGET in self.kinds or not self.kinds)
+        getter = self.kinds.get(_com.INVOKE_PROPERTYGET)
+        self.reads_at_once = bool(self.kinds) and self.is_property and (
+            getter is None or not any(not p.optional and not p.byref for p in getter.params))
 
     def __repr__(self):
         return f"Member({self.name!r}, {self.memid:#010x}, kinds={sorted(self.kinds)})"
@@ -181,10 +194,10 @@ def _add_function(typeinfo, index, members):
             else:
                 params.append(param)
         if f.invkind in (_com.INVOKE_PROPERTYPUT, _com.INVOKE_PROPERTYPUTREF) and params:
-            for p in params[-1:]:
-                p.byref = False  # the assigned value travels as a named argument
+            params[-1].byref = False  # the assigned value travels as a named argument
         member = members.get(f.memid) or members.setdefault(f.memid, Member(all_names[0], f.memid))
         member.kinds[f.invkind] = Signature(params, result_vt)
+        member.finish()
     finally:
         _com.method(typeinfo, _com.TI_RELEASEFUNCDESC, None, c_void_p)(typeinfo, desc)
 
@@ -200,6 +213,7 @@ def _add_variable(typeinfo, index, members):
         member.kinds[_com.INVOKE_PROPERTYGET] = Signature([], vt)
         put = _com.INVOKE_PROPERTYPUTREF if vt == _com.VT_DISPATCH else _com.INVOKE_PROPERTYPUT
         member.kinds[put] = Signature([Param("value", vt, False, False, MISSING)], _com.VT_EMPTY)
+        member.finish()
     finally:
         _com.method(typeinfo, _com.TI_RELEASEVARDESC, None, c_void_p)(typeinfo, desc)
 
