@@ -42,8 +42,7 @@ TEST(EntryPointTest, CreatableClassesComeFromTheirFactory) {
     ASSERT_EQ(DllGetClassObject(AsGuid(table->clsid), &IID_IClassFactory, &itf), S_OK);
     auto* factory = static_cast<IClassFactory*>(itf);
     void* object = nullptr;
-    EXPECT_EQ(factory->lpVtbl->CreateInstance(factory, nullptr, AsGuid(table->iid), &object),
-              S_OK);
+    EXPECT_EQ(factory->lpVtbl->CreateInstance(factory, nullptr, AsGuid(table->iid), &object), S_OK);
     Disp created(static_cast<IDispatch*>(object));
     ASSERT_TRUE(created);
     if (table == &server::CProviderTable()) {
@@ -119,9 +118,9 @@ TEST(EntryPointTest, QueryInterfaceAnswersTheDefaultInterfaceAndIHashOnlyWhereIm
   ASSERT_EQ(record.get()->lpVtbl->QueryInterface(record.get(), &IID_IUnknown, &itf), S_OK);
   EXPECT_EQ(itf, record.get());
   record.get()->lpVtbl->Release(record.get());
-  EXPECT_EQ(record.get()->lpVtbl->QueryInterface(record.get(), AsGuid(server::IHashTable().iid),
-                                                 &itf),
-            E_NOINTERFACE);
+  EXPECT_EQ(
+      record.get()->lpVtbl->QueryInterface(record.get(), AsGuid(server::IHashTable().iid), &itf),
+      E_NOINTERFACE);
   EXPECT_EQ(itf, nullptr);
 }
 
