@@ -17,30 +17,27 @@ CHashValue& Value(Object& o) {
   return Self<CHashValue>(o);
 }
 
-DATA_FORMAT Format(CallFrame& f, size_t i) {
-  return static_cast<DATA_FORMAT>(f.Long(i));
-}
-
 void AddLoadAndUnload(TableBuilder& b) {
   b.Method(u"LoadHashValue",
            {In(u"i_sHash", AutoType::String), In(u"i_nLoadFormat", AutoType::Long, u"DATA_FORMAT"),
             In(u"i_lHashAlgID", AutoType::Long)},
            AutoType::Boolean, [](Object& o, CallFrame& f) {
-             f.Return(Value(o).LoadHashValue(f.Str(0), Format(f, 1), f.Long(2)));
+             f.Return(Value(o).LoadHashValue(f.Str(0), FormatArg(f, 1), f.Long(2)));
            });
   b.Method(
       u"UnloadFingerprint",
       {In(u"io_sFPrint", AutoType::String), In(u"i_nUnloadFormat", AutoType::Long, u"DATA_FORMAT"),
        OptNumber(u"i_nFPrintFormatting", AutoType::Long, 1, u"FINGERPRINT_FORMAT")},
       AutoType::Boolean, [](Object& o, CallFrame& f) {
-        f.Return(Value(o).UnloadFingerprint(f.Str(0), Format(f, 1),
+        f.Return(Value(o).UnloadFingerprint(f.Str(0), FormatArg(f, 1),
                                             static_cast<FINGERPRINT_FORMAT>(f.Long(2))));
       });
   b.Method(
       u"UnloadHashValue",
       {In(u"io_sHash", AutoType::String), In(u"i_nUnloadFormat", AutoType::Long, u"DATA_FORMAT")},
-      AutoType::Boolean,
-      [](Object& o, CallFrame& f) { f.Return(Value(o).UnloadHashValue(f.Str(0), Format(f, 1))); });
+      AutoType::Boolean, [](Object& o, CallFrame& f) {
+        f.Return(Value(o).UnloadHashValue(f.Str(0), FormatArg(f, 1)));
+      });
 }
 
 void AddAlgorithmMembers(TableBuilder& b) {

@@ -19,10 +19,6 @@ CRSAKeyPair& Pair(Object& o) {
   return Self<CRSAKeyPair>(o);
 }
 
-DATA_FORMAT Format(CallFrame& f, size_t i) {
-  return static_cast<DATA_FORMAT>(f.Long(i));
-}
-
 void AddKeyMembers(TableBuilder& b) {
   b.Method(u"SetModulus", {ByVal(u"i_lModulus", AutoType::Long)}, AutoType::Boolean,
            [](Object& o, CallFrame& f) { f.Return(Pair(o).SetModulus(f.Long(0))); });
@@ -47,15 +43,15 @@ void AddSignatureMembers(TableBuilder& b) {
             In(u"o_nSignatureBlockFormat", AutoType::Long, u"DATA_FORMAT"),
             OptNumber(u"i_lHashAlgID", AutoType::Long, -1)},
            AutoType::Boolean, [](Object& o, CallFrame& f) {
-             f.Return(Pair(o).Sign(f.ObjAs<IHash>(0), f.Str(1), Format(f, 2), f.Long(3)));
+             f.Return(Pair(o).Sign(f.ObjAs<IHash>(0), f.Str(1), FormatArg(f, 2), f.Long(3)));
            });
   b.Method(u"VerifySignature",
            {Obj(u"i_oSignedObject", ObjectKind::IHash), In(u"i_sSigBlock", AutoType::String),
             In(u"i_nSigBlockFormat", AutoType::Long, u"DATA_FORMAT"),
             In(u"o_fValid", AutoType::Boolean), OptNumber(u"i_lHashAlgID", AutoType::Long, -1)},
            AutoType::Boolean, [](Object& o, CallFrame& f) {
-             f.Return(Pair(o).VerifySignature(f.ObjAs<IHash>(0), f.Str(1), Format(f, 2), f.Bool(3),
-                                              f.Long(4)));
+             f.Return(Pair(o).VerifySignature(f.ObjAs<IHash>(0), f.Str(1), FormatArg(f, 2),
+                                              f.Bool(3), f.Long(4)));
            });
 }
 
@@ -65,26 +61,26 @@ void AddTransferMembers(TableBuilder& b) {
       {In(u"i_sKeyPair", AutoType::String), In(u"i_nUnloadFormat", AutoType::Long, u"DATA_FORMAT"),
        OptObj(u"i_oSessionKey", ObjectKind::CSessionKey)},
       AutoType::Boolean, [](Object& o, CallFrame& f) {
-        f.Return(Pair(o).UnloadPrivateKey(f.Str(0), Format(f, 1), f.ObjAs<CSessionKey>(2)));
+        f.Return(Pair(o).UnloadPrivateKey(f.Str(0), FormatArg(f, 1), f.ObjAs<CSessionKey>(2)));
       });
   b.Method(u"UnloadPublicKey",
            {In(u"io_sPublicKey", AutoType::String),
             In(u"i_nUnloadFormat", AutoType::Long, u"DATA_FORMAT")},
            AutoType::Boolean, [](Object& o, CallFrame& f) {
-             f.Return(Pair(o).UnloadPublicKey(f.Str(0), Format(f, 1)));
+             f.Return(Pair(o).UnloadPublicKey(f.Str(0), FormatArg(f, 1)));
            });
   b.Method(
       u"LoadKeyPair",
       {In(u"i_sKeyPair", AutoType::String), In(u"i_nLoadFormat", AutoType::Long, u"DATA_FORMAT"),
        OptObj(u"i_oSessionKey", ObjectKind::CSessionKey)},
       AutoType::Boolean, [](Object& o, CallFrame& f) {
-        f.Return(Pair(o).LoadKeyPair(f.Str(0), Format(f, 1), f.ObjAs<CSessionKey>(2)));
+        f.Return(Pair(o).LoadKeyPair(f.Str(0), FormatArg(f, 1), f.ObjAs<CSessionKey>(2)));
       });
   b.Method(
       u"LoadPublicKey",
       {In(u"i_sPublicKey", AutoType::String), In(u"i_nLoadFormat", AutoType::Long, u"DATA_FORMAT")},
       AutoType::Boolean,
-      [](Object& o, CallFrame& f) { f.Return(Pair(o).LoadPublicKey(f.Str(0), Format(f, 1))); });
+      [](Object& o, CallFrame& f) { f.Return(Pair(o).LoadPublicKey(f.Str(0), FormatArg(f, 1))); });
   b.Method(u"SetUnloadable", {In(u"i_fUnloadable", AutoType::Boolean)}, AutoType::Boolean,
            [](Object& o, CallFrame& f) { f.Return(Pair(o).SetUnloadable(f.Bool(0))); });
 }

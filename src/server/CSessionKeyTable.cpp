@@ -21,10 +21,6 @@ CSessionKey& Key(Object& o) {
   return Self<CSessionKey>(o);
 }
 
-DATA_FORMAT Format(CallFrame& f, size_t i) {
-  return static_cast<DATA_FORMAT>(f.Long(i));
-}
-
 using Getter = bool (CSessionKey::*)(int32_t&);
 template <Getter Get>
 void LongOut(Object& o, CallFrame& f) {
@@ -82,7 +78,7 @@ void AddCipherMembers(TableBuilder& b) {
   b.Method(u"UnloadIV",
            {In(u"o_sIV", AutoType::String), In(u"i_nUnloadFormat", AutoType::Long, u"DATA_FORMAT")},
            AutoType::Boolean,
-           [](Object& o, CallFrame& f) { f.Return(Key(o).UnloadIV(f.Str(0), Format(f, 1))); });
+           [](Object& o, CallFrame& f) { f.Return(Key(o).UnloadIV(f.Str(0), FormatArg(f, 1))); });
   b.Method(u"GetFeedbackBits", {In(u"o_lModeBits", AutoType::Long)}, AutoType::Boolean,
            LongOut<&CSessionKey::GetFeedbackBits>);
 }
@@ -97,8 +93,9 @@ void AddSettingMembers(TableBuilder& b) {
   b.Method(u"AddRandomIV", {}, AutoType::Boolean, Run<&CSessionKey::AddRandomIV>);
   b.Method(u"LoadAndAddIV",
            {In(u"i_sIV", AutoType::String), In(u"i_nLoadFormat", AutoType::Long, u"DATA_FORMAT")},
-           AutoType::Boolean,
-           [](Object& o, CallFrame& f) { f.Return(Key(o).LoadAndAddIV(f.Str(0), Format(f, 1))); });
+           AutoType::Boolean, [](Object& o, CallFrame& f) {
+             f.Return(Key(o).LoadAndAddIV(f.Str(0), FormatArg(f, 1)));
+           });
   b.Method(u"SetKeyLength", {ByVal(u"i_lKeyLen", AutoType::Long)}, AutoType::Boolean,
            [](Object& o, CallFrame& f) { f.Return(Key(o).SetKeyLength(f.Long(0))); });
   b.Method(u"SetUnloadable", {In(u"i_fKeyUnloadable", AutoType::Boolean)}, AutoType::Boolean,
@@ -115,7 +112,7 @@ void AddTransportMembers(TableBuilder& b) {
            {Obj(u"i_oExKeys", ObjectKind::CRSAKeyPair), In(u"io_sSessionKey", AutoType::String),
             In(u"i_nLoadFormat", AutoType::Long, u"DATA_FORMAT")},
            AutoType::Boolean, [](Object& o, CallFrame& f) {
-             f.Return(Key(o).LoadSessionKey(f.ObjAs<CRSAKeyPair>(0), f.Str(1), Format(f, 2)));
+             f.Return(Key(o).LoadSessionKey(f.ObjAs<CRSAKeyPair>(0), f.Str(1), FormatArg(f, 2)));
            });
   b.Method(u"GetKeyPermissions",
            {In(u"o_fEncrypt", AutoType::Boolean), In(u"o_fDecrypt", AutoType::Boolean),
@@ -130,7 +127,7 @@ void AddTransportMembers(TableBuilder& b) {
       {Obj(u"i_oExchKeyPair", ObjectKind::CRSAKeyPair), In(u"io_sSessionKey", AutoType::String),
        In(u"i_nUnloadFormat", AutoType::Long, u"DATA_FORMAT")},
       AutoType::Boolean, [](Object& o, CallFrame& f) {
-        f.Return(Key(o).UnloadSessionKey(f.ObjAs<CRSAKeyPair>(0), f.Str(1), Format(f, 2)));
+        f.Return(Key(o).UnloadSessionKey(f.ObjAs<CRSAKeyPair>(0), f.Str(1), FormatArg(f, 2)));
       });
 }
 

@@ -135,9 +135,14 @@ std::vector<RegistryEntry> RegistrationEntries() {
   return entries;
 }
 
-HRESULT RegisterServer() {
+namespace {
+
+// Runs a change of the registry file that registration writes; its errors become HRESULTs.
+template <class Change>
+HRESULT ChangeRegistry(Change change) {
   try {
-    ClassRegistry(ClassRegistry::DefaultWritePath()).Register(RegistrationEntries());
+    ClassRegistry registry(ClassRegistry::DefaultWritePath());
+    change(registry);
     return S_OK;
   } catch (const RegistryError& error) {
     return error.hresult();
@@ -146,15 +151,14 @@ HRESULT RegisterServer() {
   }
 }
 
+}  // namespace
+
+HRESULT RegisterServer() {
+  return ChangeRegistry([](ClassRegistry& r) { r.Register(RegistrationEntries()); });
+}
+
 HRESULT UnregisterServer() {
-  try {
-    ClassRegistry(ClassRegistry::DefaultWritePath()).Unregister(LibraryPath());
-    return S_OK;
-  } catch (const RegistryError& error) {
-    return error.hresult();
-  } catch (...) {
-    return SELFREG_E_CLASS;
-  }
+  return ChangeRegistry([](ClassRegistry& r) { r.Unregister(LibraryPath()); });
 }
 
 }  // namespace quiv::server

@@ -11,6 +11,7 @@
 #include "automation/Object.h"
 #include "automation/Ref.h"
 #include "constants/CConstQUIV.h"
+#include "data/DataFormat.h"
 #include "errors/CErrHandler.h"
 #include "server/CallFrame.h"
 #include "server/DispatchTable.h"
@@ -42,7 +43,7 @@ Ref<Object> CreateInstanceOf(const ClassTable& table);
 class ConstantsObject final : public Object {
  public:
   const CConstQUIV& Constants() const { return m_oConst; }
-  String ClassName() const override { return u"CConstQUIV"; }
+  String TypeName() const override { return u"CConstQUIV"; }
 
  private:
   const CConstQUIV m_oConst{};
@@ -51,8 +52,13 @@ class ConstantsObject final : public Object {
 // The object behind TolvaOpenSourceLicense: creatable, no members, no behaviour.
 class LicenseObject final : public Object {
  public:
-  String ClassName() const override { return u"TolvaOpenSourceLicense"; }
+  String TypeName() const override { return u"TolvaOpenSourceLicense"; }
 };
+
+// A DATA_FORMAT argument (a 32-bit slot; the member checks the value).
+inline DATA_FORMAT FormatArg(CallFrame& frame, size_t index) {
+  return static_cast<DATA_FORMAT>(frame.Long(index));
+}
 
 // The LastError property every class except CErrHandler and CConstQUIV has: a data member with
 // get and set (it takes an object).

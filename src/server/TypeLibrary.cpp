@@ -114,27 +114,12 @@ struct Plain final : Block {
   T value{};
 };
 
+// A type description names an array by VT_SAFEARRAY and its element apart, and no value by
+// VT_VOID; otherwise the VARIANT's type.
 VARTYPE BaseVarType(AutoType type) {
-  switch (type) {
-    case AutoType::Integer:
-      return VT_I2;
-    case AutoType::Long:
-      return VT_I4;
-    case AutoType::Double:
-      return VT_R8;
-    case AutoType::Boolean:
-      return VT_BOOL;
-    case AutoType::String:
-      return VT_BSTR;
-    case AutoType::Bytes:
-      return VT_SAFEARRAY;
-    case AutoType::Variant:
-      return VT_VARIANT;
-    case AutoType::Object:
-      return VT_DISPATCH;
-    default:
-      return VT_VOID;
-  }
+  if (type == AutoType::Bytes) return VT_SAFEARRAY;
+  if (type == AutoType::None) return VT_VOID;
+  return VarTypeOf(type);
 }
 
 // A FUNCDESC with its parameter descriptions, defaults and pointed-to types.

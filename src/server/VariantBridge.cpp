@@ -16,27 +16,10 @@ namespace {
 
 constexpr VARTYPE kByteArray = VT_ARRAY | VT_UI1;
 
-VARTYPE TargetType(AutoType type) {
-  switch (type) {
-    case AutoType::Integer:
-      return VT_I2;
-    case AutoType::Long:
-      return VT_I4;
-    case AutoType::Double:
-      return VT_R8;
-    case AutoType::Boolean:
-      return VT_BOOL;
-    case AutoType::String:
-      return VT_BSTR;
-    default:
-      return VT_EMPTY;
-  }
-}
-
 // A scalar argument converted with the run time's coercion (no conversion when it already has
 // the type).
 HRESULT CoerceScalar(const VARIANT& arg, AutoType type, CallFrame::Slot& slot) {
-  const VARTYPE vt = TargetType(type);
+  const VARTYPE vt = VarTypeOf(type);
   VARIANT converted;
   VariantInit(&converted);
   const VARIANT* value = &arg;
@@ -163,6 +146,29 @@ HRESULT WidenNumber(const VARIANT& in, Variant& out) {
 }
 
 }  // namespace
+
+VARTYPE VarTypeOf(AutoType type) {
+  switch (type) {
+    case AutoType::Integer:
+      return VT_I2;
+    case AutoType::Long:
+      return VT_I4;
+    case AutoType::Double:
+      return VT_R8;
+    case AutoType::Boolean:
+      return VT_BOOL;
+    case AutoType::String:
+      return VT_BSTR;
+    case AutoType::Bytes:
+      return kByteArray;
+    case AutoType::Variant:
+      return VT_VARIANT;
+    case AutoType::Object:
+      return VT_DISPATCH;
+    default:
+      return VT_EMPTY;
+  }
+}
 
 String FromBstr(BSTR text) {
   if (text == nullptr) return String();

@@ -14,6 +14,10 @@
 
 namespace quiv::server {
 
+// The VARIANT type that carries a value of `type`: VT_I2, VT_I4, VT_R8, VT_BOOL, VT_BSTR,
+// VT_ARRAY | VT_UI1, VT_VARIANT (any), VT_DISPATCH; VT_EMPTY for no value.
+VARTYPE VarTypeOf(AutoType type);
+
 // A BSTR's bytes exactly (an odd byte length keeps its last byte). NULL is the empty string.
 String FromBstr(BSTR text);
 // A new BSTR the caller frees; nullptr when out of memory.

@@ -10,6 +10,7 @@
 #include "server/quiv_server.h"
 #include "support/QuietLog.h"
 #include "support/TempKeyStore.h"
+#include "support/TempRegistry.h"
 
 namespace quiv::test {
 namespace {
@@ -18,7 +19,13 @@ using server::AsGuid;
 
 const auto* const kQuiet = ::testing::AddGlobalTestEnvironment(new QuietEnvironment);
 
-TEST(EntryPointTest, NonCreatableClassesAreRefusedByTheirFactory) {
+// Creation by name reads the registry: each test gets an empty one of its own.
+class EntryPointTest : public ::testing::Test {
+ protected:
+  TempRegistry registry;
+};
+
+TEST_F(EntryPointTest, NonCreatableClassesAreRefusedByTheirFactory) {
   for (const server::ClassTable* table :
        {&server::CContainerTable(), &server::CMessagetextTable(), &server::CSessionKeyTable(),
         &server::CRSAKeyPairTable(), &server::CHashValueTable(), &server::IHashTable()}) {
@@ -33,7 +40,7 @@ TEST(EntryPointTest, NonCreatableClassesAreRefusedByTheirFactory) {
   }
 }
 
-TEST(EntryPointTest, CreatableClassesComeFromTheirFactory) {
+TEST_F(EntryPointTest, CreatableClassesComeFromTheirFactory) {
   TempKeyStore store;
   for (const server::ClassTable* table :
        {&server::CProviderTable(), &server::CAlgInfoTable(), &server::CErrHandlerTable(),
@@ -56,7 +63,7 @@ TEST(EntryPointTest, CreatableClassesComeFromTheirFactory) {
   }
 }
 
-TEST(EntryPointTest, AClassIsCreatedByProgramIdInAnyCaseOrByClassId) {
+TEST_F(EntryPointTest, AClassIsCreatedByProgramIdInAnyCaseOrByClassId) {
   Disp byName;
   EXPECT_EQ(QuivCreateObject(u"quiv.cerrhandler", byName.out()), S_OK);
   Disp byId;
@@ -71,7 +78,7 @@ TEST(EntryPointTest, AClassIsCreatedByProgramIdInAnyCaseOrByClassId) {
   EXPECT_EQ(QuivCreateObject(u"QUIV.CErrHandler", nullptr), E_POINTER);
 }
 
-TEST(EntryPointTest, AScriptReadsAConstantWithoutCreatingTheCatalogue) {
+TEST_F(EntryPointTest, AScriptReadsAConstantWithoutCreatingTheCatalogue) {
   Disp constants;
   ASSERT_EQ(QuivGetAppObject(constants.out()), S_OK);
   Outcome exportable;
@@ -97,7 +104,7 @@ TEST(EntryPointTest, AScriptReadsAConstantWithoutCreatingTheCatalogue) {
   EXPECT_EQ(Put(constants.get(), u"CRYPT_EXPORTABLE", I4(2), false), DISP_E_MEMBERNOTFOUND);
 }
 
-TEST(EntryPointTest, TheLicenseClassHasNoMembers) {
+TEST_F(EntryPointTest, TheLicenseClassHasNoMembers) {
   Disp license;
   ASSERT_EQ(QuivCreateObject(u"QUIV.TolvaOpenSourceLicense", license.out()), S_OK);
   EXPECT_EQ(IdOf(license.get(), u"Anything"), DISPID_UNKNOWN);
@@ -106,7 +113,7 @@ TEST(EntryPointTest, TheLicenseClassHasNoMembers) {
   EXPECT_EQ(value.hr, DISP_E_MEMBERNOTFOUND);
 }
 
-TEST(EntryPointTest, QueryInterfaceAnswersTheDefaultInterfaceAndIHashOnlyWhereImplemented) {
+TEST_F(EntryPointTest, QueryInterfaceAnswersTheDefaultInterfaceAndIHashOnlyWhereImplemented) {
   Disp record;
   ASSERT_EQ(QuivCreateObject(u"QUIV.CErrHandler", record.out()), S_OK);
   void* itf = nullptr;
@@ -124,7 +131,7 @@ TEST(EntryPointTest, QueryInterfaceAnswersTheDefaultInterfaceAndIHashOnlyWhereIm
   EXPECT_EQ(itf, nullptr);
 }
 
-TEST(EntryPointTest, TheLibraryCanUnloadOnlyWhenNothingIsHeld) {
+TEST_F(EntryPointTest, TheLibraryCanUnloadOnlyWhenNothingIsHeld) {
   EXPECT_EQ(DllCanUnloadNow(), S_OK);
   {
     Disp record;

@@ -13,6 +13,7 @@
 #include "server/quiv_server.h"
 #include "support/QuietLog.h"
 #include "support/TempKeyStore.h"
+#include "support/TempRegistry.h"
 
 namespace quiv::test {
 namespace {
@@ -62,6 +63,7 @@ bool Cycle(int i) {
 
 TEST(LeakCycleTest, TenThousandSessionsLeaveNothingAllocated) {
   TempKeyStore store;
+  TempRegistry registry;
   for (int i = 0; i < kCycles; ++i) {
     ASSERT_TRUE(Cycle(i)) << "cycle " << i;
   }
@@ -76,6 +78,7 @@ TEST(LeakCycleTest, TenThousandSessionsLeaveNothingAllocated) {
 // nothing is left.
 TEST(LeakCycleTest, ObjectsHeldAfterTerminateAllAreFreedWhenReleased) {
   TempKeyStore store;
+  TempRegistry registry;
   Disp provider;
   ASSERT_EQ(QuivCreateObject(u"QUIV.CProvider", provider.out()), S_OK);
   Disp hash = Fetched(provider.get(), u"GetHashValueObject");

@@ -12,6 +12,7 @@
 #include "server/DispatchObject.h"
 #include "server/quiv_server.h"
 #include "support/TempKeyStore.h"
+#include "support/TempRegistry.h"
 
 namespace quiv::test {
 
@@ -50,6 +51,7 @@ class SessionClient {
   Disp Object(const std::u16string& method) { return Fetch(provider.get(), method); }
 
   TempKeyStore store;
+  TempRegistry registry;  // creation by name never reads the registry of the user running tests
   Disp provider;
 };
 

@@ -13,6 +13,7 @@
 #include "provider/CProvider.h"
 #include "signing/CHashValue.h"
 #include "support/TempKeyStore.h"
+#include "support/TempRegistry.h"
 
 namespace quiv {
 namespace {
@@ -58,6 +59,7 @@ std::string CppPath() {
 
 TEST(TypicalRequestCTest, TheCProgramGivesTheSameBytesAsTheCppPath) {
   test::TempKeyStore store;
+  test::TempRegistry registry;
   int status = -1;
   const std::string fromC = RunProgram(QUIV_TYPICAL_REQUEST_C, status);
   ASSERT_EQ(status, 0) << fromC;
