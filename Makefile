@@ -19,6 +19,8 @@ demo: deps
 	@cmake -S . -B $(DEMO_DIR) -DCMAKE_BUILD_TYPE=Release -DQUIV_BUILD_TESTS=OFF $(LAUNCHER) >/dev/null
 	@cmake --build $(DEMO_DIR) --target quiv_demo -j $(JOBS) >/dev/null
 	@$(DEMO_DIR)/examples/quiv_demo
+	@QUIV_LIBRARY=$(CURDIR)/$(DEMO_DIR)/src/libquiv.so PYTHONPATH=$(CURDIR)/bindings/python \
+	  python3 examples/python/typical_request.py
 
 # Every test, under AddressSanitizer and UndefinedBehaviorSanitizer, through CTest; a compiler
 # warning fails the build.
@@ -31,6 +33,7 @@ bench: deps
 	@cmake -S . -B $(BENCH_DIR) -DCMAKE_BUILD_TYPE=Release -DQUIV_BUILD_TESTS=OFF -DQUIV_BUILD_BENCHMARKS=ON >/dev/null
 	@cmake --build $(BENCH_DIR) -j $(JOBS)
 	@for b in $(BENCH_DIR)/bench/quiv_bench_*; do [ -x "$$b" ] && "$$b"; done; true
+	@python3 bench/python_call_cost.py $(BENCH_DIR)
 
 fuzz:
 	@scripts/install-deps.sh fuzz

@@ -57,4 +57,9 @@ int RatioReporter::PrintTable(std::FILE* out) const {
   return below;
 }
 
+std::pair<double, double> RatioReporter::Best(const std::string& name) const {
+  const auto found = m_best.find(name);
+  return found == m_best.end() ? std::pair<double, double>{0, 0} : found->second;
+}
+
 }  // namespace quiv::bench

@@ -40,6 +40,9 @@ class RatioReporter final : public benchmark::BenchmarkReporter {
 
   // Prints the table to `out` as Markdown. Returns how many measured cases fall below their aim.
   int PrintTable(std::FILE* out) const;
+  // The best seconds per message (or operation) of our side and of the baseline for a finished
+  // case; zeros for a case that did not run.
+  std::pair<double, double> Best(const std::string& name) const;
 
  private:
   double Rate(const CaseInfo& info, double seconds) const;

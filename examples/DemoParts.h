@@ -11,6 +11,8 @@ void ShowProviderSession();
 // A key from a pass phrase encrypting and decrypting; then the typical request between a sender
 // and a recipient: encrypt, wrap the key, sign; verify, unwrap, decrypt.
 void ShowSessionKeys();
+// A session driven late-bound through IDispatch (LateBoundDemo.cpp).
+void ShowLateBound();
 
 }  // namespace quiv::demo
 

@@ -5,6 +5,7 @@
 // 2. A provider session through the library's objects (ProviderSessionDemo.cpp), then session
 //    keys and the typical request between two parties (TypicalRequestDemo.cpp).
 // 3. The catalogues every class reads: constants, library error texts, platform error names.
+// 4. A late-bound session through the C entry points and IDispatch (LateBoundDemo.cpp).
 //
 // Key containers go to the user's store, or to $QUIV_KEY_STORE when that is set. The demo
 // creates one container, "QUIV demo", and deletes it again at the end.
@@ -186,5 +187,6 @@ int main() {
   quiv::demo::ShowSessionKeys();
   ShowCatalogues();
   ShowErrorRecord();
+  quiv::demo::ShowLateBound();
   return 0;
 }
