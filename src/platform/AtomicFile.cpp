@@ -23,9 +23,10 @@ std::atomic<uint64_t> g_tempCounter{0};
 std::atomic<AtomicFileCalls*> g_calls{nullptr};
 
 AtomicFileCalls& Calls() {
-  static AtomicFileCalls system;
+  // Never destroyed, so that a store used from an exit handler still has its system calls.
+  static AtomicFileCalls* const system = new AtomicFileCalls();
   AtomicFileCalls* installed = g_calls.load();
-  return installed != nullptr ? *installed : system;
+  return installed != nullptr ? *installed : *system;
 }
 
 [[noreturn]] void ThrowErrno(int error) {

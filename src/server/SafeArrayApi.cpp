@@ -11,6 +11,7 @@
 #include <cstring>
 #include <limits>
 
+#include "server/VariantTypes.h"
 #include "server/quiv_com.h"
 
 namespace {
@@ -23,26 +24,6 @@ constexpr ULONG kMaxLocks = 0xFFFF;
 // The element size the platform uses for each VARTYPE an array may hold; 0 for the others.
 ULONG ElementSize(VARTYPE vt) {
   switch (vt) {
-    case VT_I1:
-    case VT_UI1:
-      return 1;
-    case VT_I2:
-    case VT_UI2:
-    case VT_BOOL:
-      return 2;
-    case VT_I4:
-    case VT_UI4:
-    case VT_INT:
-    case VT_UINT:
-    case VT_R4:
-    case VT_ERROR:
-      return 4;
-    case VT_I8:
-    case VT_UI8:
-    case VT_R8:
-    case VT_CY:
-    case VT_DATE:
-      return 8;
     case VT_BSTR:
     case VT_DISPATCH:
     case VT_UNKNOWN:
@@ -52,7 +33,7 @@ ULONG ElementSize(VARTYPE vt) {
     case VT_VARIANT:
       return sizeof(VARIANT);
     default:
-      return 0;
+      return static_cast<ULONG>(quiv::server::PlainValueSize(vt));
   }
 }
 

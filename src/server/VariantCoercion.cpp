@@ -142,8 +142,12 @@ bool IsZero(const Number& n) {
   return false;
 }
 
-std::u16string_view View(BSTR s) {
-  return s == nullptr ? std::u16string_view() : std::u16string_view(s, SysStringLen(s));
+// The text a string holds for reading a number or a boolean: the run time's parsers take a
+// NUL-terminated string, so the text ends at the first NUL.
+std::u16string_view TextOf(BSTR s) {
+  if (s == nullptr) return {};
+  const std::u16string_view whole(s, SysStringLen(s));
+  return whole.substr(0, whole.find(u'\0'));
 }
 
 bool EqualsIgnoringCase(std::u16string_view a, std::u16string_view b) {
@@ -156,7 +160,7 @@ bool EqualsIgnoringCase(std::u16string_view a, std::u16string_view b) {
 }
 
 HRESULT NumberFromText(BSTR text, Number* n) {
-  const ParsedNumber parsed = ParseNumberText(View(text));
+  const ParsedNumber parsed = ParseNumberText(TextOf(text));
   if (parsed.status == ParsedNumber::Status::NotANumber) return DISP_E_TYPEMISMATCH;
   if (parsed.status == ParsedNumber::Status::Overflow) return DISP_E_OVERFLOW;
   if (parsed.isBitPattern) {
@@ -274,7 +278,7 @@ HRESULT ToNumeric(const Number& n, VARTYPE vt, VARIANT* to) {
 HRESULT ToBool(const VARIANT& from, VARIANT* to) {
   to->vt = VT_BOOL;
   if (from.vt == VT_BSTR) {
-    const std::u16string_view text = View(from.bstrVal);
+    const std::u16string_view text = TextOf(from.bstrVal);
     if (EqualsIgnoringCase(text, u"True")) {
       to->boolVal = VARIANT_TRUE;
       return S_OK;

@@ -8,9 +8,9 @@
 //
 // The rules are the run time's: a double becomes an integer rounded half to even; a value out of
 // the target's range is DISP_E_OVERFLOW; true is -1 (and wraps to the all-ones pattern of an
-// unsigned target); a string is read as NumberText.h says, or as "True"/"False" (any case) for a
-// boolean; a boolean becomes "-1"/"0", or "True"/"False" with VARIANT_ALPHABOOL or
-// VARIANT_LOCALBOOL; VT_EMPTY is 0, false or the empty string.
+// unsigned target); a string is read up to its first NUL as NumberText.h says, or as
+// "True"/"False" (any case) for a boolean; a boolean becomes "-1"/"0", or "True"/"False" with
+// VARIANT_ALPHABOOL or VARIANT_LOCALBOOL; VT_EMPTY is 0, false or the empty string.
 #ifndef QUIV_SERVER_VARIANTCOERCION_H
 #define QUIV_SERVER_VARIANTCOERCION_H
 

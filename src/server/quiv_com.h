@@ -383,6 +383,46 @@ struct tagVARIANT {
   };
 };
 
+/* The platform's accessors: V_VT(&v), V_BSTR(&v), V_I4REF(&v), ... */
+#define V_UNION(X, Y) ((X)->Y)
+#define V_VT(X) ((X)->vt)
+#define V_ISBYREF(X) (V_VT(X) & VT_BYREF)
+#define V_ISARRAY(X) (V_VT(X) & VT_ARRAY)
+#define V_I1(X) V_UNION(X, cVal)
+#define V_UI1(X) V_UNION(X, bVal)
+#define V_I2(X) V_UNION(X, iVal)
+#define V_UI2(X) V_UNION(X, uiVal)
+#define V_I4(X) V_UNION(X, lVal)
+#define V_UI4(X) V_UNION(X, ulVal)
+#define V_I8(X) V_UNION(X, llVal)
+#define V_UI8(X) V_UNION(X, ullVal)
+#define V_INT(X) V_UNION(X, intVal)
+#define V_UINT(X) V_UNION(X, uintVal)
+#define V_R4(X) V_UNION(X, fltVal)
+#define V_R8(X) V_UNION(X, dblVal)
+#define V_CY(X) V_UNION(X, cyVal)
+#define V_DATE(X) V_UNION(X, date)
+#define V_BOOL(X) V_UNION(X, boolVal)
+#define V_ERROR(X) V_UNION(X, scode)
+#define V_BSTR(X) V_UNION(X, bstrVal)
+#define V_DISPATCH(X) V_UNION(X, pdispVal)
+#define V_UNKNOWN(X) V_UNION(X, punkVal)
+#define V_ARRAY(X) V_UNION(X, parray)
+#define V_BYREF(X) V_UNION(X, byref)
+#define V_DECIMAL(X) ((X)->decVal)
+#define V_UI1REF(X) V_UNION(X, pbVal)
+#define V_I2REF(X) V_UNION(X, piVal)
+#define V_I4REF(X) V_UNION(X, plVal)
+#define V_R8REF(X) V_UNION(X, pdblVal)
+#define V_BOOLREF(X) V_UNION(X, pboolVal)
+#define V_ERRORREF(X) V_UNION(X, pscode)
+#define V_BSTRREF(X) V_UNION(X, pbstrVal)
+#define V_DISPATCHREF(X) V_UNION(X, ppdispVal)
+#define V_UNKNOWNREF(X) V_UNION(X, ppunkVal)
+#define V_ARRAYREF(X) V_UNION(X, pparray)
+#define V_VARIANTREF(X) V_UNION(X, pvarVal)
+#define V_DECIMALREF(X) V_UNION(X, pdecVal)
+
 /* VariantChangeType flags. */
 #define VARIANT_NOVALUEPROP 0x01
 #define VARIANT_ALPHABOOL 0x02

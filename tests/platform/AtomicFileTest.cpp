@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +18,7 @@
 #include "platform/AtomicFileCalls.h"
 #include "platform/CspError.h"
 #include "platform/wincrypt.h"
+#include "support/ChildProcess.h"
 #include "support/PlatformTestHelpers.h"
 #include "support/StoreLogRecorder.h"
 #include "support/TempKeyStore.h"
@@ -166,22 +166,17 @@ TEST_F(AtomicFileTest, RemoveThatCannotSaysWhyInTheLog) {
   fs::create_directories(m_file / "inner");
   std::ofstream(m_file / "inner" / "data") << "x";
   ASSERT_EQ(0, ::chmod(m_temp.folder().c_str(), 0777));
-  const pid_t child = ::fork();
-  if (child == 0) {
-    test::StoreLogRecorder log;
-    if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) ::_exit(10);
-    if (ErrorOf([&] { AtomicFile::Remove(m_file); }) != static_cast<uint32_t>(NTE_PERM)) {
-      ::_exit(1);
-    }
+  const int status = test::ExitStatusOf(test::Spawn([&] {
+    const test::StoreLogRecorder log;
+    if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) return 10;
+    if (ErrorOf([&] { AtomicFile::Remove(m_file); }) != static_cast<uint32_t>(NTE_PERM)) return 1;
     const std::string text = log.Text();
-    if (text.find("cannot remove " + m_file.string()) == std::string::npos) ::_exit(2);
-    if (text.find(std::strerror(EACCES)) == std::string::npos) ::_exit(3);
-    ::_exit(0);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
+    if (text.find("cannot remove " + m_file.string()) == std::string::npos) return 2;
+    if (text.find(std::strerror(EACCES)) == std::string::npos) return 3;
+    return 0;
+  }));
   ::chmod(m_temp.folder().c_str(), 0700);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
+  EXPECT_EQ(status, 0);
   EXPECT_TRUE(fs::exists(m_file / "inner" / "data"));
 }
 

@@ -1,19 +1,12 @@
 /* quiv_com.h compiled as C: the same layout facts as the C++ test, checked at compile time, and a
  * tiny IUnknown object written in C that the C++ test calls through its vtable. */
+#include <assert.h>
 #include <stddef.h>
 
 #include "server/ComLayoutFields.h"
 #include "server/quiv_com.h"
 
-#define QUIV_CHECK_SIZE(type, size) _Static_assert(sizeof(type) == (size), "sizeof " #type);
-#define QUIV_CHECK_OFFSET(type, member, offset) \
-  _Static_assert(offsetof(type, member) == (offset), #type "." #member);
-#define QUIV_CHECK_HRESULT(name, value) _Static_assert((name) == (HRESULT)(value), #name);
-#define QUIV_CHECK_CONSTANT(name, value) _Static_assert((name) == (value), #name);
-QUIV_COM_SIZES(QUIV_CHECK_SIZE)
-QUIV_COM_OFFSETS(QUIV_CHECK_OFFSET)
-QUIV_COM_HRESULTS(QUIV_CHECK_HRESULT)
-QUIV_COM_CONSTANTS(QUIV_CHECK_CONSTANT)
+QUIV_COM_CHECK_ALL()
 
 /* The offsets as the C compiler sees them, in list order, for the C++ side to compare. */
 #define QUIV_RECORD_OFFSET(type, member, offset) offsetof(type, member),

@@ -361,4 +361,16 @@
   X(LOCALE_USER_DEFAULT, 0x0400)     \
   X(LOCALE_SYSTEM_DEFAULT, 0x0800)
 
+/* Every fact above as a static assertion (static_assert: <assert.h> in C, built in in C++). */
+#define QUIV_COM_CHECK_SIZE(type, size) static_assert(sizeof(type) == (size), "sizeof " #type);
+#define QUIV_COM_CHECK_OFFSET(type, member, offset) \
+  static_assert(offsetof(type, member) == (offset), #type "." #member);
+#define QUIV_COM_CHECK_HRESULT(name, value) static_assert((name) == (HRESULT)(value), #name);
+#define QUIV_COM_CHECK_CONSTANT(name, value) static_assert((name) == (value), #name);
+#define QUIV_COM_CHECK_ALL()                \
+  QUIV_COM_SIZES(QUIV_COM_CHECK_SIZE)       \
+  QUIV_COM_OFFSETS(QUIV_COM_CHECK_OFFSET)   \
+  QUIV_COM_HRESULTS(QUIV_COM_CHECK_HRESULT) \
+  QUIV_COM_CONSTANTS(QUIV_COM_CHECK_CONSTANT)
+
 #endif

@@ -9,15 +9,7 @@
 #include "server/ComLayoutFields.h"
 #include "server/quiv_com.h"
 
-#define QUIV_CHECK_SIZE(type, size) static_assert(sizeof(type) == (size), "sizeof " #type);
-#define QUIV_CHECK_OFFSET(type, member, offset) \
-  static_assert(offsetof(type, member) == (offset), #type "." #member);
-#define QUIV_CHECK_HRESULT(name, value) static_assert((name) == (HRESULT)(value), #name);
-#define QUIV_CHECK_CONSTANT(name, value) static_assert((name) == (value), #name);
-QUIV_COM_SIZES(QUIV_CHECK_SIZE)
-QUIV_COM_OFFSETS(QUIV_CHECK_OFFSET)
-QUIV_COM_HRESULTS(QUIV_CHECK_HRESULT)
-QUIV_COM_CONSTANTS(QUIV_CHECK_CONSTANT)
+QUIV_COM_CHECK_ALL()
 
 extern "C" {
 extern const size_t quiv_com_c_offsets[];
@@ -63,6 +55,23 @@ TEST(ComLayoutTest, CReadsAVariantCxxFilled) {
   v.vt = VT_I4;
   v.lVal = -123456;
   EXPECT_EQ(quiv_com_c_read_i4(&v), -123456);
+}
+
+TEST(ComLayoutTest, TheAccessorsNameTheFields) {
+  VARIANT v{};
+  LONG value = 5;
+  V_VT(&v) = VT_I4 | VT_BYREF;
+  V_I4REF(&v) = &value;
+  EXPECT_EQ(v.vt, VT_I4 | VT_BYREF);
+  EXPECT_EQ(v.plVal, &value);
+  EXPECT_TRUE(V_ISBYREF(&v));
+  EXPECT_FALSE(V_ISARRAY(&v));
+  V_VT(&v) = VT_BOOL;
+  V_BOOL(&v) = VARIANT_TRUE;
+  EXPECT_EQ(v.boolVal, VARIANT_TRUE);
+  EXPECT_EQ(V_I2(&v), -1);  // the same bytes
+  V_R8(&v) = 0.5;
+  EXPECT_EQ(v.dblVal, 0.5);
 }
 
 TEST(ComLayoutTest, SucceededAndFailedSplitOnTheSeverityBit) {

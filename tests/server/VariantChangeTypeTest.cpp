@@ -230,6 +230,21 @@ TEST(VariantChangeTypeTest, ANullStringIsEmptyAndSoNotANumber) {
   EXPECT_EQ(SysStringLen(out.v.bstrVal), 0u);
 }
 
+TEST(VariantChangeTypeTest, AStringIsReadAsNumberUpToItsFirstNul) {
+  Var from;
+  from.v.vt = VT_BSTR;
+  from.v.bstrVal = SysAllocStringLen(
+      u"12\0"
+      u"34",
+      5);
+  Var out;
+  ASSERT_EQ(Change(from.v, VT_I4, &out), S_OK);
+  EXPECT_EQ(out.v.lVal, 12);
+  // As a string it keeps every unit.
+  ASSERT_EQ(Change(from.v, VT_BSTR, &out), S_OK);
+  EXPECT_EQ(SysStringLen(out.v.bstrVal), 5u);
+}
+
 TEST(VariantChangeTypeTest, TrueAndFalseStringsInAnyCase) {
   Var out;
   ASSERT_EQ(ChangeText(u"True", VT_BOOL, &out), S_OK);
