@@ -12,6 +12,7 @@ namespace {
 // "-in" and "--in" both name "in"; a lone "-" is a positional argument (stdin, by convention).
 std::optional<std::string> OptionName(const std::string& arg) {
   if (arg.size() < 2 || arg[0] != '-') return std::nullopt;
+  if (arg[1] >= '0' && arg[1] <= '9') return std::nullopt;  // a negative number
   if (arg[1] == '-') return arg.size() > 2 ? std::optional(arg.substr(2)) : std::nullopt;
   return arg.substr(1);
 }

@@ -12,7 +12,8 @@
 namespace quiv::cli {
 
 const std::vector<Command>& AllCommands() {
-  static const std::vector<Command> kCommands = {kEncCommand, kDecCommand};
+  static const std::vector<Command> kCommands = {kEncCommand,  kDecCommand,  kDgstCommand,
+                                                 kRandCommand, kAlgsCommand, kErrstrCommand};
   return kCommands;
 }
 
