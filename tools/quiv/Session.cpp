@@ -17,9 +17,9 @@ Session::~Session() {
   m_oProvider->TerminateAll();
 }
 
-void Session::OpenVerifyContext() {
+void Session::OpenVerifyContext(bool machine) {
   const String none;
-  if (!m_oProvider->LoadProvider(none, SINGLE_USER, PUBLIC_KEYS_ONLY)) {
+  if (!m_oProvider->LoadProvider(none, machine ? MULTI_USER : SINGLE_USER, PUBLIC_KEYS_ONLY)) {
     Fail(m_oProvider, "cannot open the provider");
   }
 }
@@ -34,6 +34,36 @@ void Session::OpenContainer(const std::string& name, bool machine) {
       Fail(holder, "cannot open container '" + name + "'");
     Fail(m_oProvider, "cannot open container '" + name + "'");
   }
+}
+
+bool Session::OpenContainer(const std::string& name, bool machine, bool create) {
+  if (!create) {
+    OpenContainer(name, machine);
+    return false;
+  }
+  OpenVerifyContext(machine);
+  Ref<CContainer> container = Container();
+  bool exists = false;
+  const String wanted = String::FromUtf8(name);
+  if (!container->CheckForContainer(wanted, exists)) Fail(container, "cannot list the containers");
+  if (exists) {
+    OpenContainer(name, machine);
+    return false;
+  }
+  if (!container->NewContainer(wanted, machine ? MULTI_USER : SINGLE_USER)) {
+    Fail(container, "cannot create container '" + name + "'");
+  }
+  return true;
+}
+
+void Session::DeleteContainer(const std::string& name, bool machine) {
+  OpenVerifyContext(machine);
+  Ref<CContainer> container = Container();
+  container->DeleteContainer(String::FromUtf8(name));
+}
+
+Ref<CRSAKeyPair> Session::Pair(const std::string& spec) {
+  return spec == "signature" ? SignaturePair() : ExchangePair();
 }
 
 Ref<CMessagetext> Session::Message() {

@@ -42,10 +42,17 @@ class Session final {
   Session& operator=(const Session&) = delete;
 
   // A context without a container: nothing is read from or written to the key store.
-  void OpenVerifyContext();
+  void OpenVerifyContext(bool machine = false);
   // The named container (the default container, named after the login, when empty) of the
   // user's or the machine's store.
   void OpenContainer(const std::string& name, bool machine);
+  // The same, creating the container first when `create` is set and it does not exist; true
+  // when it was created here.
+  bool OpenContainer(const std::string& name, bool machine, bool create);
+  // Deletes the container this session created, after a failure (nothing half-made is left).
+  void DeleteContainer(const std::string& name, bool machine);
+  // The key pair object of a key specification ("exchange" or "signature").
+  Ref<CRSAKeyPair> Pair(const std::string& spec);
 
   Ref<CProvider>& Provider() { return m_oProvider; }
   Ref<CMessagetext> Message();

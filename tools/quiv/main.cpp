@@ -12,8 +12,9 @@
 namespace quiv::cli {
 
 const std::vector<Command>& AllCommands() {
-  static const std::vector<Command> kCommands = {kEncCommand,  kDecCommand,  kDgstCommand,
-                                                 kRandCommand, kAlgsCommand, kErrstrCommand};
+  static const std::vector<Command> kCommands = {
+      kEncCommand,       kDecCommand,    kDgstCommand, kExportCommand, kImportCommand,
+      kContainerCommand, kGenkeyCommand, kRandCommand, kAlgsCommand,   kErrstrCommand};
   return kCommands;
 }
 
