@@ -18,7 +18,10 @@ void List(Session& session, bool machine) {
   session.OpenVerifyContext(machine);
   Ref<CContainer> container = session.Container();
   Dictionary names;
-  if (!container->GetListOfContainers(names)) Fail(container, "cannot list the containers");
+  if (!container->GetListOfContainers(names)) {
+    if (EmptyStore(container)) return;
+    Fail(container, "cannot list the containers");
+  }
   for (const Variant& name : names.Items()) std::printf("%s\n", name.TextForm().ToUtf8().c_str());
 }
 

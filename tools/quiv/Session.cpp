@@ -5,6 +5,13 @@
 
 namespace quiv::cli {
 
+bool EmptyStore(const Ref<CContainer>& container) {
+  // The provider's enumeration of an empty store ends at once with ERROR_NO_MORE_ITEMS, which
+  // the container object reports as a failure to list.
+  constexpr double kNoMoreItems = 259;
+  return container->m_oLastError && container->m_oLastError->m_dblErrLastDLLError == kNoMoreItems;
+}
+
 Session::Session(const std::string& provider) : m_oProvider(CProvider::Create()) {
   const CConstQUIV c;
   const String name = provider == "base" ? c.MS_DEF_PROV() : c.MS_ENHANCED_PROV();
@@ -45,7 +52,9 @@ bool Session::OpenContainer(const std::string& name, bool machine, bool create) 
   Ref<CContainer> container = Container();
   bool exists = false;
   const String wanted = String::FromUtf8(name);
-  if (!container->CheckForContainer(wanted, exists)) Fail(container, "cannot list the containers");
+  if (!container->CheckForContainer(wanted, exists) && !EmptyStore(container)) {
+    Fail(container, "cannot list the containers");
+  }
   if (exists) {
     OpenContainer(name, machine);
     return false;

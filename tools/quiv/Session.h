@@ -31,6 +31,9 @@ template <class T>
   throw CommandFailure(record.empty() ? what : what + ": " + record);
 }
 
+// True when the container object's last failure was listing a store that holds no container.
+bool EmptyStore(const Ref<CContainer>& container);
+
 class Session final {
  public:
   // "base", "enhanced" or "strong". The library's sessions run on the Base and Enhanced
