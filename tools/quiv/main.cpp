@@ -13,8 +13,9 @@ namespace quiv::cli {
 
 const std::vector<Command>& AllCommands() {
   static const std::vector<Command> kCommands = {
-      kEncCommand,       kDecCommand,    kDgstCommand, kExportCommand, kImportCommand,
-      kContainerCommand, kGenkeyCommand, kRandCommand, kAlgsCommand,   kErrstrCommand};
+      kEncCommand,    kDecCommand,    kDgstCommand, kSignCommand,   kVerifyCommand,
+      kExportCommand, kImportCommand, kWrapCommand, kUnwrapCommand, kContainerCommand,
+      kGenkeyCommand, kRandCommand,   kAlgsCommand, kErrstrCommand};
   return kCommands;
 }
 
