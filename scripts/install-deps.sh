@@ -5,7 +5,8 @@ set -euo pipefail
 
 packages=(build-essential cmake pkg-config libssl-dev openssl nettle-dev
           libgtest-dev libgmock-dev libbenchmark-dev clang-format
-          nlohmann-json3-dev mingw-w64-common)
+          nlohmann-json3-dev mingw-w64-common
+          time xxd)
 if [[ "${1:-build}" == "fuzz" ]]; then
   packages+=(clang libclang-rt-dev)
 fi
