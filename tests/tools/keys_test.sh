@@ -71,6 +71,17 @@ expect_files_equal "a pass-phrase-wrapped blob imports" alice.der erin.der
 expect_status "import of a public key" 1 quiv import -container frank -create -in alice.pub.pem
 expect_status "import of garbage" 1 quiv import -container frank -create -in alice.pub.hex -inform der
 
+# Conversion of key files without a container.
+quiv export -in ossl.blob -private -outform der -out conv.der
+openssl pkcs8 -topk8 -nocrypt -in ossl.pem -outform DER -out ossl.k8.der
+expect_files_equal "export -in: a PRIVATEKEYBLOB file to PKCS#8" ossl.k8.der conv.der
+quiv export -in alice.pub.blob -outform pem -out conv.pub.pem
+expect_files_equal "export -in: a PUBLICKEYBLOB file to PEM" alice.pub.pem conv.pub.pem
+quiv export -in alice.pub.pem -out conv.pub.blob
+expect_files_equal "export -in: PEM back to a PUBLICKEYBLOB" alice.pub.blob conv.pub.blob
+expect_status "export -in of a public key with -private" 1 quiv export -in alice.pub.pem -private
+expect_status "export with both -in and -container" 2 quiv export -in alice.pub.pem -container alice
+
 # Signatures both ways with OpenSSL.
 head -c 5000 /dev/urandom >data.bin
 quiv export -container bob -signature -outform pem -out bob.pub.pem

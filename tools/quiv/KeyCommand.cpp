@@ -20,15 +20,10 @@ std::vector<uint8_t> BytesOfHex(const String& hex) {
 
 Options ParseKeyOptions(const std::vector<std::string>& args, bool import) {
   Options::Spec spec;
-  spec.m_valued = {"container",
-                   "pass",
-                   "passform",
-                   "alg",
-                   "keylen",
-                   "hash",
-                   "provider",
-                   import ? "in" : "out",
-                   import ? "inform" : "outform"};
+  spec.m_valued = {"container", "pass",   "passform",
+                   "alg",       "keylen", "hash",
+                   "provider",  "in",     import ? "inform" : "outform"};
+  if (!import) spec.m_valued.insert("out");
   spec.m_flags = {"exchange", "signature", "machine"};
   if (import) {
     spec.m_flags.insert({"exportable", "create"});
@@ -38,19 +33,58 @@ Options ParseKeyOptions(const std::vector<std::string>& args, bool import) {
   return Options(spec, args);
 }
 
+// The key of a file (-in) in the session's pair object: a PRIVATEKEYBLOB or private PEM/DER key
+// as a key pair (exportable: it only lives in this verify-only session), a public one as such.
+Ref<CRSAKeyPair> LoadFromFile(Session& session, const std::string& path,
+                              const std::string& chosen) {
+  const std::vector<uint8_t> data = ReadSmallFile(path, "key file");
+  const std::string form = KeyFile::DetectForm(data);
+  const uint32_t slotAlg =
+      chosen == "signature" ? KeyFile::kRsaSignature : KeyFile::kRsaKeyExchange;
+  std::vector<uint8_t> blob;
+  try {
+    blob = KeyFile::ToBlob(data, form, true, "", slotAlg);
+  } catch (const CommandFailure&) {
+    blob = KeyFile::ToBlob(data, form, false, "", slotAlg);  // a public PEM/DER key
+  }
+  if (blob.empty() || (blob[0] != KeyFile::kPrivateKeyBlob && blob[0] != KeyFile::kPublicKeyBlob)) {
+    throw CommandFailure(path + " holds no RSA key");
+  }
+  if (!chosen.empty()) KeyFile::SetAlgorithm(blob, slotAlg);
+  Ref<CRSAKeyPair> pair =
+      session.Pair(KeyFile::AlgorithmOf(blob) == KeyFile::kRsaSignature ? "signature" : "exchange");
+  const String text = String::FromUtf8(HexText::Encode(blob));
+  DATA_FORMAT hexFormat = STRING_HEX;
+  const bool loaded = blob[0] == KeyFile::kPrivateKeyBlob
+                          ? pair->SetUnloadable(true) && pair->LoadKeyPair(text, hexFormat)
+                          : pair->LoadPublicKey(text, hexFormat);
+  if (!loaded) Fail(pair, "cannot load the key of " + path);
+  return pair;
+}
+
 int RunExport(const std::vector<std::string>& args) {
   const Options options = ParseKeyOptions(args, false);
   const std::string form = options.Choice("outform", {"msblob", "pem", "der", "hex"}, "msblob");
-  const std::string which = options.OneOf({"exchange", "signature"}, "exchange");
+  const std::string chosen = options.OneOf({"exchange", "signature"}, "");
+  const std::string which = chosen.empty() ? "exchange" : chosen;
   const bool wantPrivate = options.Has("private");
   if (options.Has("pass") && !wantPrivate) throw UsageError("-pass protects a private key only");
+  if (options.Has("in") && options.Has("container")) {
+    throw UsageError("give either -container NAME or -in FILE");
+  }
   Session session(options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced"));
-  session.OpenContainer(options.ValueOr("container", ""), options.Has("machine"));
-  Ref<CRSAKeyPair> pair = session.Pair(which);
-  const String none;
-  DATA_FORMAT fromContainer = CURRENT_KEY_CONTAINER;
-  if (!pair->LoadKeyPair(none, fromContainer)) {
-    Fail(pair, "the container has no " + which + " key pair");
+  Ref<CRSAKeyPair> pair;
+  if (const std::optional<std::string> path = options.Value("in")) {
+    session.OpenVerifyContext();
+    pair = LoadFromFile(session, *path, chosen);
+  } else {
+    session.OpenContainer(options.ValueOr("container", ""), options.Has("machine"));
+    pair = session.Pair(which);
+    const String none;
+    DATA_FORMAT fromContainer = CURRENT_KEY_CONTAINER;
+    if (!pair->LoadKeyPair(none, fromContainer)) {
+      Fail(pair, "the container has no " + which + " key pair");
+    }
   }
   String hex;
   DATA_FORMAT hexFormat = STRING_HEX;
@@ -138,18 +172,21 @@ void LoadInto(Session& session, const Options& options, const std::vector<uint8_
 
 const Command kExportCommand = {
     "export", "write a container's public key or key pair to a file",
-    "usage: quiv export -container NAME [-exchange|-signature] [-private] [-pass SPEC]\n"
-    "                   [-outform msblob|pem|der|hex] [-out FILE] [-machine]\n"
+    "usage: quiv export (-container NAME | -in KEYFILE) [-exchange|-signature] [-private]\n"
+    "                   [-pass SPEC] [-outform msblob|pem|der|hex] [-out FILE] [-machine]\n"
     "Writes the PUBLICKEYBLOB (or with -private the PRIVATEKEYBLOB, which needs a pair made\n"
     "-exportable) of the container's exchange (default) or signature pair. pem/der write\n"
     "SubjectPublicKeyInfo or PKCS#8. A private key file is made with mode 0600.\n"
+    "With -in, the key comes from a file instead (a blob as Windows exports it, hex, or an\n"
+    "unencrypted PEM/DER key): a conversion that touches no container.\n"
     "\n"
     "  -outform FORM       msblob (default: the blob bytes, as Windows exports them), pem, der\n"
     "                      or hex\n" QUIV_KEY_PASS_HELP
     "\n"
     "examples:\n"
     "  quiv export -container web-orders -outform pem -out orders.pub.pem\n"
-    "  quiv export -container web-orders -private -pass env:KEYPASS -outform pem -out key.pem\n",
+    "  quiv export -container web-orders -private -pass env:KEYPASS -outform pem -out key.pem\n"
+    "  quiv export -in signer.pub.blob -outform pem -out signer.pub.pem\n",
     RunExport};
 
 const Command kImportCommand = {
