@@ -107,6 +107,17 @@ args=$(tr '\0' ' ' </proc/$pid/cmdline 2>/dev/null || true)
 wait $pid
 [[ "$args" == *never-in-argv* ]] && fail "the phrase shows in the arguments: $args" || pass "no phrase in the arguments ($args)"
 
+# The progress bar: on a terminal for a large file, never in a pipe or for a small file.
+head -c $((9 * 1024 * 1024)) /dev/zero >bar.bin
+quiv enc -alg rc4 -pass pass:b -in bar.bin -out bar.enc 2>bar.err
+expect_eq "no progress bar when standard error is not a terminal" "" "$(cat bar.err)"
+if command -v script >/dev/null; then
+  script -qec "$QUIV_BIN enc -alg rc4 -pass pass:b -in bar.bin -out bar2.enc" /dev/null >bar.tty </dev/null
+  grep -q '100%' bar.tty && pass "a progress bar on a terminal" || fail "no progress bar on a terminal: $(head -c 200 bar.tty)"
+  script -qec "$QUIV_BIN enc -alg rc4 -pass pass:b -in short.txt -out bar3.enc" /dev/null >bar.tty </dev/null
+  grep -q '%' bar.tty && fail "a progress bar for a small file" || pass "no progress bar for a small file"
+fi
+
 # Usage errors.
 expect_status "no -pass and no -key" 2 quiv enc -in short.txt
 expect_status "both -pass and -key" 2 quiv enc -pass pass:x -key k.blob
