@@ -27,13 +27,15 @@ std::vector<uint8_t> HashWithObject(Digester& d, DataReader& reader, ProgressBar
   Ref<CMessagetext> message = d.m_session.Message();
   if (!hash->Clear() || !hash->SetHashAlgorithmID(d.m_alg)) Fail(hash, "cannot set up the hash");
   std::vector<uint8_t> shortData;
-  SectionPump::Run(reader, progress, [&](std::span<const uint8_t> section, bool final) {
-    if (final && section.size() < 2 && !tiny) {
+  SectionPump::Run(reader, progress, [&](std::vector<uint8_t>&& section, bool final) {
+    if (final && section.size() < 2) {
       tiny = true;  // only when the whole input is shorter than two bytes
-      shortData.assign(section.begin(), section.end());
+      shortData = std::move(section);
       return;
     }
-    if (!message->SetMessageText(ByteArray(section))) Fail(message, "cannot hold the data");
+    if (!message->SetMessageText(ByteArray(std::move(section)))) {
+      Fail(message, "cannot hold the data");
+    }
     if (!hash->Hash(message)) Fail(hash, "hashing failed");
   });
   if (tiny) return CapiFallback::Digest(static_cast<uint32_t>(d.m_alg), shortData);
@@ -47,7 +49,7 @@ std::vector<uint8_t> Compute(Digester& d, InputStream& input) {
   ProgressBar progress(input.Size());
   if (d.m_hmacKey) {
     return CapiFallback::Hmac(static_cast<uint32_t>(d.m_alg), *d.m_hmacKey, [&](const auto& add) {
-      SectionPump::Run(reader, progress, [&](std::span<const uint8_t> s, bool) { add(s); });
+      SectionPump::Run(reader, progress, [&](std::vector<uint8_t>&& s, bool) { add(s); });
     });
   }
   bool tiny = false;

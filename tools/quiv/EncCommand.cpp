@@ -27,22 +27,24 @@ Options ParseCipherOptions(const std::vector<std::string>& args) {
 }
 
 // One section through the message object and the key, with the AMOUNT of the section.
-std::vector<uint8_t> CipherSection(Ref<CMessagetext>& message, Ref<CSessionKey>& key,
-                                   std::span<const uint8_t> section, bool final, bool decrypt) {
+ByteArray CipherSection(Ref<CMessagetext>& message, Ref<CSessionKey>& key,
+                        std::vector<uint8_t>&& section, bool final, bool decrypt) {
   if (final && section.size() <= kShortSection) {
     HCRYPTKEY handle = 0;
     if (!key->GetSessionKeyHandle(handle)) Fail(key, "no key");
-    return decrypt ? CapiFallback::DecryptFinal(handle, section)
-                   : CapiFallback::EncryptFinal(handle, section);
+    return ByteArray(decrypt ? CapiFallback::DecryptFinal(handle, section)
+                             : CapiFallback::EncryptFinal(handle, section));
   }
-  if (!message->SetMessageText(ByteArray(section))) Fail(message, "cannot hold the data");
+  if (!message->SetMessageText(ByteArray(std::move(section)))) {
+    Fail(message, "cannot hold the data");
+  }
   int32_t amount = final ? FINAL_SECTION : NOT_FINAL_SECTION;
   if (decrypt ? !key->Decrypt(message, amount) : !key->Encrypt(message, amount)) {
     Fail(key, decrypt ? "decryption failed" : "encryption failed");
   }
   ByteArray result;
   if (!message->GetMessageText(result)) Fail(message, "cannot read the result");
-  return result.ToVector();
+  return result;
 }
 
 int RunCipher(const std::vector<std::string>& args, bool decrypt) {
@@ -75,8 +77,8 @@ int RunCipher(const std::vector<std::string>& args, bool decrypt) {
   DataWriter writer(output, !decrypt && outform == "hex");
   ProgressBar progress(input.Size());
   Ref<CMessagetext> message = session.Message();
-  SectionPump::Run(reader, progress, [&](std::span<const uint8_t> section, bool final) {
-    writer.Write(CipherSection(message, key, section, final, decrypt));
+  SectionPump::Run(reader, progress, [&](std::vector<uint8_t>&& section, bool final) {
+    writer.Write(CipherSection(message, key, std::move(section), final, decrypt).span());
   });
   writer.Finish();
   return 0;
