@@ -10,10 +10,6 @@ namespace quiv::cli {
 
 namespace {
 
-std::string ProviderOf(const Options& options) {
-  return options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced");
-}
-
 void List(Session& session, bool machine) {
   session.OpenVerifyContext(machine);
   Ref<CContainer> container = session.Container();
@@ -62,7 +58,7 @@ int RunContainer(const std::vector<std::string>& args) {
   if (words.empty()) throw UsageError("which action? list, create, delete or show");
   const std::string& action = words[0];
   const bool machine = options.Has("machine");
-  Session session(ProviderOf(options));
+  Session session(options);
   if (action == "list") {
     if (words.size() > 1) throw UsageError("list takes no name");
     List(session, machine);
@@ -97,7 +93,7 @@ int RunGenkey(const std::vector<std::string>& args) {
   const std::string which = options.OneOf({"exchange", "signature"}, "");
   if (which.empty()) throw UsageError("say which pair: -exchange or -signature");
   const int32_t bits = static_cast<int32_t>(options.Number("bits", 0, 16384, 0));
-  Session session(ProviderOf(options));
+  Session session(options);
   session.OpenContainer(*name, options.Has("machine"), options.Has("create"));
   Ref<CRSAKeyPair> pair = session.Pair(which);
   if (!pair->SetModulus(bits) || !pair->SetUnloadable(options.Has("exportable")) ||

@@ -99,7 +99,7 @@ int RunDgst(const std::vector<std::string>& args) {
   if (options.Has("hmac") && md != "md5" && md != "sha1") {
     throw UsageError("-hmac works with -md5 or -sha1");
   }
-  Session session(options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced"));
+  Session session(options);
   session.OpenVerifyContext();
   Digester d{session, alg, std::nullopt, fingerprint};
   if (const std::optional<std::string> keyFile = options.Value("hmac")) {

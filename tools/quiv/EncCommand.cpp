@@ -51,7 +51,7 @@ int RunCipher(const std::vector<std::string>& args, bool decrypt) {
   const Options options = ParseCipherOptions(args);
   const std::string inform = options.Choice("inform", {"bin", "hex"}, "bin");
   const std::string outform = options.Choice("outform", {"bin", "hex"}, "bin");
-  Session session(options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced"));
+  Session session(options);
   if (options.Has("key")) {
     session.OpenContainer(options.ValueOr("container", ""), options.Has("machine"));
   } else {

@@ -24,7 +24,7 @@ int RunRand(const std::vector<std::string>& args) {
   const Options options(spec, args);
   if (options.Positional().empty()) throw UsageError("how many bytes? (quiv rand N)");
   long left = ParseNumber(options.Positional()[0], 0, 1L << 40, "N");
-  Session session(options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced"));
+  Session session(options);
   session.OpenVerifyContext();
   Ref<CSessionKey> key = session.SessionKey();
   OutputFile output(options.Value("out"));
@@ -54,7 +54,7 @@ int RunAlgs(const std::vector<std::string>& args) {
   const Options options(spec, args);
   const std::string filter =
       options.Choice("class", {"all", "symmetric", "hash", "signature", "exchange"}, "all");
-  Session session(options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced"));
+  Session session(options);
   session.OpenVerifyContext();
   Ref<CAlgInfo> info = MakeRef<CAlgInfo>();
   if (!session.Provider()->GetListOfAlgorithms(info)) Fail(session.Provider(), "no catalogue");

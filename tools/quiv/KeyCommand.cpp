@@ -72,7 +72,7 @@ int RunExport(const std::vector<std::string>& args) {
   if (options.Has("in") && options.Has("container")) {
     throw UsageError("give either -container NAME or -in FILE");
   }
-  Session session(options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced"));
+  Session session(options);
   Ref<CRSAKeyPair> pair;
   if (const std::optional<std::string> path = options.Value("in")) {
     session.OpenVerifyContext();
@@ -137,7 +137,7 @@ int RunImport(const std::vector<std::string>& args) {
   const std::string which =
       KeyFile::AlgorithmOf(blob) == KeyFile::kRsaSignature ? "signature" : "exchange";
 
-  Session session(options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced"));
+  Session session(options);
   const std::string name = options.ValueOr("container", "");
   const bool created = session.OpenContainer(name, options.Has("machine"), options.Has("create"));
   try {

@@ -20,6 +20,9 @@ Session::Session(const std::string& provider) : m_oProvider(CProvider::Create())
   }
 }
 
+Session::Session(const Options& options)
+    : Session(options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced")) {}
+
 Session::~Session() {
   m_oProvider->TerminateAll();
 }

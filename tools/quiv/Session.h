@@ -11,6 +11,7 @@
 
 #include <string>
 
+#include "Options.h"
 #include "UsageError.h"
 #include "automation/Ref.h"
 #include "data/CMessagetext.h"
@@ -40,6 +41,8 @@ class Session final {
   // providers; "strong" runs on Enhanced, whose keys, blobs and ciphertexts are the Strong
   // provider's for every key this command makes (unsalted keys; the two differ only in salt).
   explicit Session(const std::string& provider = "enhanced");
+  // The provider the -provider option names (base, enhanced or strong; default enhanced).
+  explicit Session(const Options& options);
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;

@@ -38,7 +38,7 @@ int RunSign(const std::vector<std::string>& args) {
   spec.m_flags = {"md5", "sha1", "reverse", "exchange", "signature", "machine"};
   const Options options(spec, args);
   const std::string form = options.Choice("outform", {"bin", "hex"}, "bin");
-  Session session(options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced"));
+  Session session(options);
   session.OpenContainer(options.ValueOr("container", ""), options.Has("machine"));
   Ref<CRSAKeyPair> pair =
       PublicKeyInput::FromContainer(session, options.OneOf({"exchange", "signature"}, "signature"));
@@ -75,7 +75,7 @@ int RunVerify(const std::vector<std::string>& args) {
   if (signature.empty()) throw CommandFailure(*sigFile + " is not a hex signature");
   if (options.Has("reverse")) std::reverse(signature.begin(), signature.end());
 
-  Session session(options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced"));
+  Session session(options);
   const bool exchange = options.Has("exchange");
   Ref<CRSAKeyPair> pair;
   if (const std::optional<std::string> pubin = options.Value("pubin")) {

@@ -35,7 +35,7 @@ int RunWrap(const std::vector<std::string>& args) {
   if (!pubin) throw UsageError("-pubin RECIPIENT is required");
   if (!options.Has("pass"))
     throw UsageError("-pass is required: the key to wrap is derived from it");
-  Session session(options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced"));
+  Session session(options);
   session.OpenVerifyContext();
   Ref<CSessionKey> key = KeySettings::FromPassPhrase(session, options);
   Ref<CRSAKeyPair> recipient = PublicKeyInput::FromFile(session, *pubin, KeyFile::kRsaKeyExchange);
@@ -49,7 +49,7 @@ int RunUnwrap(const std::vector<std::string>& args) {
   spec.m_flags = {"machine", "P"};
   const Options options(spec, args);
   if (!options.Has("in")) throw UsageError("-in SIMPLEBLOB is required");
-  Session session(options.Choice("provider", {"base", "enhanced", "strong"}, "enhanced"));
+  Session session(options);
   session.OpenContainer(options.ValueOr("container", ""), options.Has("machine"));
   // KeySettings::Make unwraps -key with the container's exchange pair.
   std::vector<std::string> keyArgs = {"-key", *options.Value("in")};
