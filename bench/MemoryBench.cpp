@@ -23,10 +23,9 @@
 #include "ObjectSession.h"
 #include "automation/ByteArray.h"
 #include "automation/String.h"
+#include "constants/CConstQUIV.h"
 #include "data/CMessagetext.h"
 #include "keys/CSessionKey.h"
-// After the platform headers: the catalogue withdraws wincrypt's macros of the same names.
-#include "constants/CConstQUIV.h"
 
 namespace quiv::bench {
 namespace {

@@ -21,13 +21,12 @@
 #include "ObjectSession.h"
 #include "PairTimer.h"
 #include "RatioReporter.h"
-#include "platform/wincrypt.h"
-// After the platform header: the catalogue withdraws wincrypt's macros of the same names.
 #include "automation/Ref.h"
 #include "automation/String.h"
 #include "constants/CConstQUIV.h"
 #include "data/CMessagetext.h"
 #include "keys/CSessionKey.h"
+#include "platform/wincrypt.h"
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
 

@@ -4,9 +4,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/wincrypt.h"
-// After the platform header: the catalogue withdraws wincrypt's macros of the same names.
 #include "constants/CConstQUIV.h"
+#include "platform/wincrypt.h"
+#include "support/InternalAccess.h"
 
 namespace quiv::bench {
 
@@ -34,7 +34,7 @@ ObjectSession::~ObjectSession() {
 // PLAINTEXTKEYBLOB: an 8-byte header, the key length (4 bytes), then the key.
 std::vector<uint8_t> ObjectSession::KeyBytes() const {
   HCRYPTKEY handle = 0;
-  Require(key->GetKeyHandle(handle), "GetKeyHandle", key->m_oLastError);
+  Require(Internal(key).GetKeyHandle(handle), "GetKeyHandle", key->m_oLastError);
   std::vector<uint8_t> blob(256);
   DWORD length = static_cast<DWORD>(blob.size());
   if (!CryptExportKey(handle, 0, static_cast<DWORD>(CConstQUIV().PLAINTEXTKEYBLOB()), 0,

@@ -16,7 +16,6 @@
 //   key longer than the provider's maximum cannot encrypt) and leaves the message as it was;
 // - nothing ever crashes or leaks.
 #include "platform/wincrypt.h"
-// After the platform header: the catalogue withdraws wincrypt's macros of the same names.
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
@@ -38,6 +37,7 @@
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
 #include "signing/SigningEnums.h"
+#include "support/InternalAccess.h"
 
 namespace {
 
@@ -136,7 +136,7 @@ String AsHex(const std::vector<uint8_t>& blob) {
 void CheckPublicKey(Ref<CRSAKeyPair>& pair, const String& hex) {
   if (!pair->LoadPublicKey(hex, STRING_HEX)) return;
   int16_t contains = 0;
-  Require(pair->GetKeyPairContents(contains) && contains == PUBLIC_KEY);
+  Require(Internal(pair).GetKeyPairContents(contains) && contains == PUBLIC_KEY);
   String back;
   Require(pair->UnloadPublicKey(back, STRING_HEX));
   const std::u16string& in = hex.u16();

@@ -42,7 +42,7 @@ class QUIV_API Dictionary final : public Object {
   std::vector<Variant> Keys() const;
   std::vector<Variant> Items() const;
 
-  String ClassName() const override { return u"Dictionary"; }
+  String TypeName() const override { return u"Dictionary"; }
 
  private:
   using Entry = std::pair<Variant, Variant>;

@@ -19,7 +19,7 @@ class QUIV_API IPageContext : public Object {
   // The query string without the leading "?" (empty when the request has none).
   virtual String QueryString() const = 0;
 
-  String ClassName() const override { return u"IPageContext"; }
+  String TypeName() const override { return u"IPageContext"; }
 };
 
 }  // namespace quiv

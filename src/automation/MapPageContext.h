@@ -18,7 +18,7 @@ class QUIV_API MapPageContext final : public IPageContext {
 
   String ServerVariable(const String& name) const override;
   String QueryString() const override { return m_queryString; }
-  String ClassName() const override { return u"MapPageContext"; }
+  String TypeName() const override { return u"MapPageContext"; }
 
  private:
   // Keyed by the upper-case name, so lookups are case-insensitive.

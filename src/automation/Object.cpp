@@ -4,7 +4,7 @@ namespace quiv {
 
 Object::~Object() = default;
 
-String Object::ClassName() const {
+String Object::TypeName() const {
   return u"Object";
 }
 

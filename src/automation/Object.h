@@ -18,8 +18,9 @@ class QUIV_API Object : public std::enable_shared_from_this<Object> {
   Object& operator=(const Object&) = delete;
   virtual ~Object();
 
-  // The class name as the automation world sees it (TypeName), e.g. "CProvider".
-  virtual String ClassName() const;
+  // The class name as the run time's TypeName gives it, e.g. "CProvider". (On the error record,
+  // ClassName() is the record's field, the class named by the failure's source.)
+  virtual String TypeName() const;
 };
 
 }  // namespace quiv

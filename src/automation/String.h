@@ -92,6 +92,9 @@ class QUIV_API String final {
   uint8_t m_oddByte = 0;
 };
 
+// The operators declared as friends above, exported from libquiv with the class.
+QUIV_API std::strong_ordering operator<=>(const String& lhs, const String& rhs);
+
 }  // namespace quiv
 
 #endif

@@ -77,6 +77,9 @@ class QUIV_API Variant final {
       m_value;
 };
 
+// The operators declared as friends above, exported from libquiv with the class.
+QUIV_API bool operator==(const Variant& lhs, const Variant& rhs);
+
 }  // namespace quiv
 
 #endif

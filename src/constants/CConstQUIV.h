@@ -16,13 +16,14 @@
 // Every property, its kind and its value live in one table, CConstQUIV.def; the getters, the
 // count, the dispatch ids and the name lookup below are generated from it.
 //
-// Name clash with the C header: platform/wincrypt.h defines most of these names as object-like
-// macros, which would turn `constants.CALG_MD5()` into `constants.0x8003()`. This header
-// includes wincrypt.h first (so its include guard is set and later inclusions add nothing) and
-// then withdraws every such macro (CConstQUIVUndef.def). A file that includes this header therefore
-// takes its constants from here, which is what the library wants anyway. Consequence: a header
-// that uses the wincrypt.h macros in inline code (the provider internals such as SizedOutput.h)
-// must be included before this one; the platform seam (IPlatform.h) can come in any order.
+// Names shared with the C header: platform/wincrypt.h defines most of these names as object-like
+// macros. This header includes wincrypt.h first and then turns each such macro into a global
+// constant of the same name and value, the macro now standing for its own name
+// (CConstQUIVMacros.def). So a file may use both, in any include order:
+//   CryptCreateHash(prov, CALG_MD5, 0, 0, &hash);   // the platform's value, as in C
+//   constants.CALG_MD5()                             // the catalogue's getter
+// The one difference from the plain C header: a catalogue name in a preprocessor `#if` counts as
+// 0 (`#ifdef` still works).
 #ifndef QUIV_CONSTANTS_CCONSTQUIV_H
 #define QUIV_CONSTANTS_CCONSTQUIV_H
 
@@ -36,7 +37,7 @@
 #include "platform/QuivExport.h"
 #include "platform/wincrypt.h"
 
-#include "constants/CConstQUIVUndef.def"
+#include "constants/CConstQUIVMacros.def"
 
 namespace quiv {
 

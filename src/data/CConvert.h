@@ -125,7 +125,7 @@ class QUIV_API CConvert final : public Object {
   // How many files the file facility holds open (for diagnostics and tests).
   size_t OpenFileCount() const { return m_anOpenFiles.size(); }
 
-  String ClassName() const override { return u"CConvert"; }
+  String TypeName() const override { return u"CConvert"; }
 
  private:
   // The file facility: open a binary file (created when missing) and keep it until CloseAll.

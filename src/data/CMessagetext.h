@@ -70,7 +70,14 @@ class QUIV_API CMessagetext final : public Object, public IHash {
   bool GetDataAsByteArray(ByteArray& o_abData) override;
   bool GetSessionKeyHandle(HCRYPTKEY& o_lSessionKeyHandle) override;
 
-  // --- Internal (the library's classes only) ---
+  String TypeName() const override { return u"CMessagetext"; }
+
+ private:
+  // Internal routines: the library's own classes call them, callers do not; tests reach them
+  // through InternalAccess (tests/support), which is not installed.
+  friend class CProvider;
+  friend class CSessionKey;
+  friend struct InternalAccess;
 
   // Ties the message to its provider (a counted reference).
   bool SetProvider(const Ref<CProvider>& i_oProvider);
@@ -85,9 +92,6 @@ class QUIV_API CMessagetext final : public Object, public IHash {
   // Termination: drops the provider reference and the record.
   void Terminate();
 
-  String ClassName() const override { return u"CMessagetext"; }
-
- private:
   // The empty test the length getters and hashing share: one element holding 0. Reads byte 0 even
   // when the upper bound already decides, so a buffer with no elements (a caller's empty array)
   // fails with run-time error 9 as it always has.

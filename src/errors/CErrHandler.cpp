@@ -39,6 +39,13 @@ Dictionary& CErrHandler::Params() {
   return *m_dParams;
 }
 
+// A record that never had a parameter has no map yet; it shows an empty one rather than making
+// its map in a const reader.
+const Dictionary& CErrHandler::Parameters() const {
+  static const Dictionary kNone;
+  return m_dParams.IsNothing() ? kNone : *m_dParams;
+}
+
 void CErrHandler::Clear() {
   Params().RemoveAll();
   m_sAPIError = String();

@@ -86,6 +86,35 @@ class QUIV_API CErrHandler final : public Object {
   String m_sAPIError;           // the platform error's name, trimmed; empty for code 0
   String m_sQUIVError;          // the library error's text; empty outside the library's range
 
+  // The same fields read by their automation names, for C++ callers (ClassName() is the field,
+  // the class the failure's source names; the record's own class name is TypeName()).
+  const String& ProjectName() const { return m_sProjectName; }
+  const String& ClassName() const { return m_sClassName; }
+  const String& RoutineName() const { return m_sRoutineName; }
+  const String& DBConnectStr() const { return m_sDBConnectStr; }
+  const String& DBLogin() const { return m_sDBLogin; }
+  const String& DBPwd() const { return m_sDBPwd; }
+  const String& Comments() const { return m_sComments; }
+  bool WebRedirectFlag() const { return m_fWebRedirectFlag; }
+  const String& WebRedirectURL() const { return m_sWebRedirectURL; }
+  const String& WebPageURL() const { return m_sWebPageURL; }
+  const String& WebCookies() const { return m_sWebCookies; }
+  const String& WebIP() const { return m_sWebIP; }
+  int32_t ErrNumber() const { return m_lErrNumber; }
+  const String& ErrSource() const { return m_sErrSource; }
+  const String& ErrDescription() const { return m_sErrDescription; }
+  double ErrLastDLLError() const { return m_dblErrLastDLLError; }
+  const String& APIError() const { return m_sAPIError; }
+  const String& QUIVError() const { return m_sQUIVError; }
+
+  // The full source last given to LoadError, whole: "QUIV.CConvert.LoadItem", or a source that
+  // does not split into three parts, such as "QUIV.ChangeCipherModeCode" (ProjectName then holds
+  // it too, and ClassName and RoutineName are empty). Clear does not touch it.
+  const String& FullSource() const { return m_sFullSource; }
+  // The parameters added since the last Clear, in the order they were added (names and values
+  // as given). Read-only: Count, Exists, Find, Keys and Items; AddParam is the way to add.
+  const Dictionary& Parameters() const;
+
   // Empties the parameter map, then resets the fields (WebRedirectFlag to false). The assembled
   // message, the full source and the page context stay.
   void Clear();
@@ -107,7 +136,7 @@ class QUIV_API CErrHandler final : public Object {
   void OnStartPage(const Ref<IPageContext>& iScript);
   void OnEndPage();
 
-  String ClassName() const override { return u"CErrHandler"; }
+  String TypeName() const override { return u"CErrHandler"; }
 
  private:
   bool ParseInformation();

@@ -5,12 +5,11 @@
 
 #include "automation/ErrObject.h"
 #include "automation/RunTime.h"
+#include "constants/CConstQUIV.h"
 #include "errors/ErrorTrap.h"
 #include "errors/QuivError.h"
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
-// After the platform headers: the catalogue withdraws wincrypt's macros of the same names.
-#include "constants/CConstQUIV.h"
 
 namespace quiv {
 

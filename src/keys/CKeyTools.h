@@ -71,7 +71,7 @@ class QUIV_API CKeyTools final : public Object {
   // fails with the output untouched.
   bool CipherMode_ID2Code(int32_t i_lMode, String& o_sCode);
 
-  String ClassName() const override { return u"CKeyTools"; }
+  String TypeName() const override { return u"CKeyTools"; }
 
  private:
   int32_t AlgField(int32_t iAlgID, int32_t i_lMask, const char16_t* i_sRaiseSource,

@@ -620,6 +620,15 @@ bool CSessionKey::Encrypt(const Ref<CMessagetext>& i_oMsgTxt, const int32_t& i_l
   return Encrypt(i_oMsgTxt, amount);
 }
 
+// An AMOUNT variable receives the square as an int32_t variable does (ENTIRE becomes 1, which is
+// FINAL_SECTION's value).
+bool CSessionKey::Encrypt(const Ref<CMessagetext>& i_oMsgTxt, AMOUNT& io_nAmount) {
+  int32_t amount = io_nAmount;
+  const bool ok = Encrypt(i_oMsgTxt, amount);
+  io_nAmount = static_cast<AMOUNT>(amount);
+  return ok;
+}
+
 bool CSessionKey::Decrypt(const Ref<CMessagetext>& i_oMsgTxt, int32_t& io_lAmount) {
   const bool ok = Trap(
       m_oLastError, u"QUIV.CSessionKey.Decrypt",
@@ -648,6 +657,13 @@ bool CSessionKey::Decrypt(const Ref<CMessagetext>& i_oMsgTxt, int32_t& io_lAmoun
 bool CSessionKey::Decrypt(const Ref<CMessagetext>& i_oMsgTxt, const int32_t& i_lAmount) {
   int32_t amount = i_lAmount;
   return Decrypt(i_oMsgTxt, amount);
+}
+
+bool CSessionKey::Decrypt(const Ref<CMessagetext>& i_oMsgTxt, AMOUNT& io_nAmount) {
+  int32_t amount = io_nAmount;
+  const bool ok = Decrypt(i_oMsgTxt, amount);
+  io_nAmount = static_cast<AMOUNT>(amount);
+  return ok;
 }
 
 // --- Transport and permissions ---

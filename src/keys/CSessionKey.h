@@ -30,6 +30,7 @@
 
 #include <cstdint>
 
+#include "automation/ByReference.h"
 #include "automation/ByteArray.h"
 #include "automation/IPageContext.h"
 #include "automation/Object.h"
@@ -68,13 +69,25 @@ class QUIV_API CSessionKey final : public Object, public IHash {
   // PKCS#5 padding; a non-final section must be whole blocks. Parameters on failure: "Begin of
   // ASCII of plntxt" (the first ten bytes as characters) or "Empty plaintext.", then
   // "i_lAmount * i_lAmount".
+  //
+  // The amount is written back into an int32_t or an AMOUNT variable; a constant or a temporary
+  // (Encrypt(msg, ENTIRE)) is read only. A variable of any other type does not compile: it would
+  // be converted to a temporary and silently miss the write-back.
   bool Encrypt(const Ref<CMessagetext>& i_oMsgTxt, int32_t& io_lAmount);
+  bool Encrypt(const Ref<CMessagetext>& i_oMsgTxt, AMOUNT& io_nAmount);
   bool Encrypt(const Ref<CMessagetext>& i_oMsgTxt, const int32_t& i_lAmount = FINAL_SECTION);
+  template <class T>
+  requires OtherVariable<T, int32_t, AMOUNT>
+  bool Encrypt(const Ref<CMessagetext>& i_oMsgTxt, T& io_lAmount) = delete;
   // Decrypts in place; the final call removes the padding. A wrong key or damaged ciphertext
   // fails with MESSAGETEXT_ERROR_UNABLE_TO_DECRYPT and leaves the message as it was. Parameter
-  // "i_lAmount * i_lAmount".
+  // "i_lAmount * i_lAmount". The amount is written back as by Encrypt.
   bool Decrypt(const Ref<CMessagetext>& i_oMsgTxt, int32_t& io_lAmount);
+  bool Decrypt(const Ref<CMessagetext>& i_oMsgTxt, AMOUNT& io_nAmount);
   bool Decrypt(const Ref<CMessagetext>& i_oMsgTxt, const int32_t& i_lAmount = FINAL_SECTION);
+  template <class T>
+  requires OtherVariable<T, int32_t, AMOUNT>
+  bool Decrypt(const Ref<CMessagetext>& i_oMsgTxt, T& io_lAmount) = delete;
 
   // --- Cipher mode, IV and feedback (the held key's own parameters) ---
 
@@ -159,7 +172,15 @@ class QUIV_API CSessionKey final : public Object, public IHash {
   // The held key's handle.
   bool GetSessionKeyHandle(HCRYPTKEY& o_lSessionKeyHandle) override;
 
-  // --- Internal (the library's classes only) ---
+  String TypeName() const override { return u"CSessionKey"; }
+
+ private:
+  // Internal routines: the library's own classes call them, callers do not; tests reach them
+  // through InternalAccess (tests/support), which is not installed.
+  friend class CProvider;
+  friend class CRSAKeyPair;
+  friend class CHashValue;
+  friend struct InternalAccess;
 
   // Ties the key to its provider (a counted reference).
   bool SetProvider(const Ref<CProvider>& i_oProvider);
@@ -176,10 +197,9 @@ class QUIV_API CSessionKey final : public Object, public IHash {
   // Termination: releases the provider, converter, key tools and record; the key is left to
   // Clear (the destructor then no longer touches the platform).
   void Terminate();
+  // The working array, for the tests that check it is wiped after every call.
+  const ByteArray& WorkingArray() const { return m_abWork; }
 
-  String ClassName() const override { return u"CSessionKey"; }
-
- private:
   void EncryptInPlace(bool i_fFinal, ByteArray& io_abData);
   void HandOver(const Ref<CMessagetext>& i_oMsgTxt);
   void WipeWork();

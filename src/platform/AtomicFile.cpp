@@ -7,8 +7,11 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <string>
 
+#include "platform/AtomicFileCalls.h"
+#include "platform/ContainerStoreLog.h"
 #include "platform/CspError.h"
 #include "platform/wincrypt.h"
 
@@ -17,6 +20,13 @@ namespace {
 
 std::atomic<AtomicFile::BeforeRenameHook> g_beforeRename{nullptr};
 std::atomic<uint64_t> g_tempCounter{0};
+std::atomic<AtomicFileCalls*> g_calls{nullptr};
+
+AtomicFileCalls& Calls() {
+  static AtomicFileCalls system;
+  AtomicFileCalls* installed = g_calls.load();
+  return installed != nullptr ? *installed : system;
+}
 
 [[noreturn]] void ThrowErrno(int error) {
   throw CspError(AtomicFile::ErrorCode(error));
@@ -45,9 +55,9 @@ class Descriptor final {
 
 // A rename or an unlink is durable only once the folder holding the entry is synced.
 void SyncFolder(const std::filesystem::path& folder) {
-  Descriptor dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  Descriptor dir(Calls().Open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0));
   if (dir.get() < 0) ThrowErrno(errno);
-  if (::fsync(dir.get()) != 0) ThrowErrno(errno);
+  if (Calls().Fsync(dir.get()) != 0) ThrowErrno(errno);
 }
 
 void WriteAll(int fd, std::span<const uint8_t> bytes) {
@@ -75,13 +85,32 @@ std::filesystem::path FolderOf(const std::filesystem::path& path) {
 // Writes the complete temporary file; its content is on disk when this returns.
 void WriteTemporary(const std::filesystem::path& temporary, std::span<const uint8_t> bytes) {
   Descriptor file(
-      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+      Calls().Open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
   if (file.get() < 0) ThrowErrno(errno);
   // The umask may have removed bits from 0600 at creation; set the mode exactly.
   if (::fchmod(file.get(), 0600) != 0) ThrowErrno(errno);
   WriteAll(file.get(), bytes);
-  if (::fsync(file.get()) != 0) ThrowErrno(errno);
+  if (Calls().Fsync(file.get()) != 0) ThrowErrno(errno);
   if (const int error = file.Close(); error != 0) ThrowErrno(error);
+}
+
+bool IsFolder(const std::filesystem::path& path) {
+  struct stat info {};
+  return ::lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// Says in the log why `path` could not be removed, then throws the code for `error`.
+[[noreturn]] void Refuse(const std::filesystem::path& path, int error) {
+  ContainerStoreLog::Warn("cannot remove " + path.string() + ": " + std::strerror(error));
+  ThrowErrno(error);
+}
+
+// A folder where a file should be: removed with everything in it (symbolic links inside are
+// removed, never followed).
+void RemoveFolder(const std::filesystem::path& path) {
+  std::error_code error;
+  std::filesystem::remove_all(path, error);
+  if (error) Refuse(path, error.value());
 }
 
 }  // namespace
@@ -120,9 +149,9 @@ void AtomicFile::Write(const std::filesystem::path& target, std::span<const uint
   try {
     WriteTemporary(temporary, bytes);
     if (const auto hook = g_beforeRename.load()) hook(temporary);
-    if (::rename(temporary.c_str(), target.c_str()) != 0) ThrowErrno(errno);
+    if (Calls().Rename(temporary, target) != 0) ThrowErrno(errno);
   } catch (...) {
-    ::unlink(temporary.c_str());
+    Calls().Unlink(temporary);
     throw;
   }
   SyncFolder(FolderOf(target));
@@ -155,9 +184,12 @@ std::optional<SecureBytes> AtomicFile::Read(const std::filesystem::path& path, s
 }
 
 bool AtomicFile::Remove(const std::filesystem::path& path) {
-  if (::unlink(path.c_str()) != 0) {
-    if (errno == ENOENT) return false;
-    ThrowErrno(errno);
+  if (Calls().Unlink(path) != 0) {
+    const int error = errno;
+    if (error == ENOENT) return false;
+    // Linux reports EISDIR for a folder, POSIX allows EPERM.
+    if ((error != EISDIR && error != EPERM) || !IsFolder(path)) Refuse(path, error);
+    RemoveFolder(path);
   }
   SyncFolder(FolderOf(path));
   return true;
@@ -169,13 +201,17 @@ void AtomicFile::RemoveStaleTemporaries(const std::filesystem::path& folder) {
   if (error) ThrowErrno(error.value());
   for (; it != std::filesystem::directory_iterator(); it.increment(error)) {
     const std::string name = it->path().filename().string();
-    if (name.starts_with(kTempPrefix)) ::unlink(it->path().c_str());
+    if (name.starts_with(kTempPrefix)) Calls().Unlink(it->path());
   }
   if (error) ThrowErrno(error.value());
 }
 
 void AtomicFile::SetBeforeRenameHook(BeforeRenameHook hook) {
   g_beforeRename.store(hook);
+}
+
+void AtomicFile::SetCalls(AtomicFileCalls* calls) {
+  g_calls.store(calls);
 }
 
 }  // namespace quiv::platform

@@ -4,8 +4,8 @@
 // whole. Files are made 0600 and folders 0700 whatever the process umask. Callers serialise
 // writers to one folder (the container store holds its exclusive FileLock).
 //
-// Ownership: stateless; every buffer belongs to the caller. The test hook is a process-wide
-// function pointer, null outside tests.
+// Ownership: stateless; every buffer belongs to the caller. The test hooks (a function pointer
+// and the system-call interface) are process-wide, null outside tests.
 //
 // Errors: CspError with ErrorCode(errno): NTE_PERM (EACCES, EPERM, EROFS), NTE_NO_MEMORY
 // (ENOMEM), NTE_FAIL (anything else).
@@ -21,6 +21,8 @@
 #include "platform/SecureBytes.h"
 
 namespace quiv::platform {
+
+class AtomicFileCalls;
 
 class AtomicFile final {
  public:
@@ -43,8 +45,9 @@ class AtomicFile final {
   // throws CspError(NTE_KEYSET_ENTRY_BAD); the errno codes otherwise.
   static std::optional<SecureBytes> Read(const std::filesystem::path& path, size_t maxBytes);
 
-  // Removes `path` durably (unlink, fsync of the folder). Returns false when it did not exist.
-  // throws the errno codes.
+  // Removes `path` durably (unlink, fsync of the folder), whatever it is: a file, a symbolic
+  // link (not its target) or a folder, with everything in it. Returns false when nothing was
+  // there. throws the errno codes, and logs the path and the system's reason.
   static bool Remove(const std::filesystem::path& path);
 
   // Removes temporary files left in `folder` by writers that died before renaming them.
@@ -55,6 +58,10 @@ class AtomicFile final {
   // rename, with the temporary file's path. nullptr (the default) disables it.
   using BeforeRenameHook = void (*)(const std::filesystem::path& temporary);
   static void SetBeforeRenameHook(BeforeRenameHook hook);
+
+  // Test only: the system calls every member makes through AtomicFileCalls; nullptr (the
+  // default) restores the system's own. The object must outlive its installation.
+  static void SetCalls(AtomicFileCalls* calls);
 };
 
 }  // namespace quiv::platform

@@ -15,6 +15,8 @@
 #include <utility>
 
 #include "platform/AtomicFile.h"
+#include "platform/ContainerKeyCache.h"
+#include "platform/ContainerStoreLog.h"
 #include "platform/CspError.h"
 #include "platform/FileLock.h"
 #include "platform/Ossl.h"
@@ -123,6 +125,12 @@ std::optional<std::string> GuidFromFile(const char* path) {
   return GuidFromHex(line);
 }
 
+std::string OctalMode(mode_t mode) {
+  std::array<char, 8> text{};
+  std::snprintf(text.data(), text.size(), "%04o", static_cast<unsigned>(mode));
+  return text.data();
+}
+
 std::string ComputeMachineGuid() {
   for (const char* path : {"/etc/machine-id", "/var/lib/dbus/machine-id"}) {
     if (auto guid = GuidFromFile(path)) return *guid;
@@ -184,8 +192,10 @@ std::string ContainerStore::UniqueContainerName(std::string_view name) {
 }
 
 std::string ContainerStore::MachineGuid() {
-  static const std::string guid = ComputeMachineGuid();
-  return guid;
+  // Never destroyed: a program may still ask for unique container names from an atexit handler
+  // or another thread while exit() runs (see the handle tables in CryptApi.cpp).
+  static const std::string* const guid = new std::string(ComputeMachineGuid());
+  return *guid;
 }
 
 std::filesystem::path ContainerStore::FileFor(std::string_view name) const {
@@ -194,15 +204,52 @@ std::filesystem::path ContainerStore::FileFor(std::string_view name) const {
   return m_folder / (Hex(DigestOf<32>("SHA256", Bytes(folded))) + kFileSuffix);
 }
 
+std::filesystem::path ContainerStore::PathOf(std::string_view name) const {
+  return FileFor(name);
+}
+
 std::filesystem::path ContainerStore::LockPath() const {
   return m_folder / kLockFile;
 }
 
 bool ContainerStore::FolderExists() const {
   struct stat info {};
-  if (::stat(m_folder.c_str(), &info) == 0) return true;
-  if (errno == ENOENT) return false;
-  throw CspError(AtomicFile::ErrorCode(errno));
+  if (::lstat(m_folder.c_str(), &info) != 0) {
+    if (errno == ENOENT) return false;
+    throw CspError(AtomicFile::ErrorCode(errno));
+  }
+  CheckFolder(info);
+  return true;
+}
+
+// The store folder is trusted only as ssh trusts a key folder: a real folder (not a symbolic
+// link, which could send the keys anywhere), owned by this user (or root), that no one else can
+// write to (a folder others could write to may already hold containers they planted, so it is
+// refused, not repaired). Read or search access for others on our own folder is repaired, as
+// nothing can have been put in it that way. Every refusal and repair is logged with the path.
+void ContainerStore::CheckFolder(const struct stat& info) const {
+  const auto refuse = [&](const std::string& why, LONG code) {
+    ContainerStoreLog::Warn("refusing the store folder " + m_folder.string() + ": " + why);
+    throw CspError(code);
+  };
+  if (S_ISLNK(info.st_mode)) refuse("it is a symbolic link", NTE_PERM);
+  if (!S_ISDIR(info.st_mode)) refuse("it is not a folder", NTE_FAIL);
+  const uid_t self = ::geteuid();
+  if (info.st_uid != self && info.st_uid != 0) {
+    refuse("it belongs to uid " + std::to_string(info.st_uid) + ", not to this user (uid " +
+               std::to_string(self) + ")",
+           NTE_PERM);
+  }
+  const mode_t mode = info.st_mode & 07777;
+  if ((mode & (S_IWGRP | S_IWOTH)) != 0) {
+    refuse("group or others may write to it (mode " + OctalMode(mode) + "); make it 0700",
+           NTE_PERM);
+  }
+  if (info.st_uid == self && (mode & (S_IRWXG | S_IRWXO)) != 0) {
+    if (::chmod(m_folder.c_str(), 0700) != 0) throw CspError(AtomicFile::ErrorCode(errno));
+    ContainerStoreLog::Warn("the store folder " + m_folder.string() + " had mode " +
+                            OctalMode(mode) + "; set to 0700");
+  }
 }
 
 // Reads and checks the container at `path` (the caller holds a lock). The name inside must map
@@ -229,6 +276,7 @@ bool ContainerStore::Exists(std::string_view name) const {
 std::string ContainerStore::Create(std::string_view name) {
   const auto path = FileFor(name);
   AtomicFile::MakePrivateFolder(m_folder);
+  FolderExists();  // checks what was there before
   FileLock lock(LockPath(), FileLock::Mode::Exclusive);
   AtomicFile::RemoveStaleTemporaries(m_folder);
   struct stat info {};
@@ -243,6 +291,7 @@ void ContainerStore::Delete(std::string_view name) {
   const auto path = FileFor(name);
   if (!FolderExists()) throw CspError(NTE_BAD_KEYSET);
   FileLock lock(LockPath(), FileLock::Mode::Exclusive);
+  ContainerKeyCache::Instance().Forget(path);
   if (!AtomicFile::Remove(path)) throw CspError(NTE_BAD_KEYSET);
 }
 
@@ -292,6 +341,7 @@ void ContainerStore::StorePair(std::string_view name, DWORD slot, std::span<cons
   auto file = ReadLocked(path, name);
   if (!file) throw CspError(NTE_BAD_KEYSET);
   file->SetPair(slot, pair);
+  ContainerKeyCache::Instance().Forget(path);
   AtomicFile::Write(path, file->Encode());
 }
 

@@ -21,7 +21,14 @@
 //
 // Damage: a container file that is truncated, damaged or not ours makes every operation that
 // reads it fail with NTE_KEYSET_ENTRY_BAD. Such a file is never replaced by Create or StorePair;
-// only an explicit Delete removes it (the way a user recovers the name).
+// only an explicit Delete removes it (the way a user recovers the name), whatever is at its path
+// (a folder in its place is removed with its content; a symbolic link, not its target).
+//
+// The store folder: every operation first checks the folder, as ssh checks a key folder. A
+// symbolic link, a folder owned by another user (root excepted) or one that group or others may
+// write to is refused with NTE_PERM (a file in place of the folder: NTE_FAIL); read or search
+// permission for others on the user's own folder is removed (mode 0700). The folders above the
+// store folder are trusted. Refusals and repairs are logged (ContainerStoreLog).
 //
 // Errors: every member throws CspError. Codes common to all members that touch the disk:
 // NTE_PERM (the store folder or a file is not accessible: EACCES, EPERM, EROFS),
@@ -46,6 +53,8 @@
 #include "platform/QuivExport.h"
 #include "platform/SecureBytes.h"
 #include "platform/wincrypt.h"
+
+struct stat;
 
 namespace quiv::platform {
 
@@ -115,12 +124,19 @@ class QUIV_API ContainerStore final {
   // NTE_KEYSET_ENTRY_BAD (damaged file) and the disk codes.
   std::optional<SecureBytes> LoadPair(std::string_view name, DWORD slot) const;
 
+  // The file that holds (or would hold) the container `name`: what identifies it in the
+  // process's cache of parsed keys. throws NTE_BAD_KEYSET (bad name).
+  std::filesystem::path PathOf(std::string_view name) const;
+
  private:
   // The file of a container: SHA-256 of the case-folded name, in hex, ".key".
   // throws NTE_BAD_KEYSET (bad name).
   std::filesystem::path FileFor(std::string_view name) const;
   std::filesystem::path LockPath() const;
+  // False when the folder does not exist yet; checks (and may repair) it when it does.
+  // throws NTE_PERM or NTE_FAIL for a folder it refuses, and the disk codes.
   bool FolderExists() const;
+  void CheckFolder(const struct stat& info) const;
   std::optional<ContainerFile> ReadLocked(const std::filesystem::path& path,
                                           std::string_view name) const;
 

@@ -46,17 +46,23 @@ using ContextTable = HandleTable<ProviderContext>;
 using KeyTable = HandleTable<KeyObject>;
 using HashTable = HandleTable<HashEntry>;
 
+// The tables live until the process is gone: made on first use, never destroyed. A program may
+// end with handles open, use them from an atexit handler, or return from main while another
+// thread still works on them; on Windows all of that ends cleanly, with the process's memory
+// going with it. A table destroyed at exit would free keys and hashes that such code still uses,
+// and free OpenSSL objects after the registry that owns their providers (Ossl.cpp), which
+// crashes or hangs whenever a table happened to be made before the registry.
 ContextTable& Contexts() {
-  static ContextTable table(1);
-  return table;
+  static ContextTable* const table = new ContextTable(1);
+  return *table;
 }
 KeyTable& Keys() {
-  static KeyTable table(2);
-  return table;
+  static KeyTable* const table = new KeyTable(2);
+  return *table;
 }
 HashTable& Hashes() {
-  static HashTable table(3);
-  return table;
+  static HashTable* const table = new HashTable(3);
+  return *table;
 }
 
 constexpr uint32_t kInvalidParameter = static_cast<uint32_t>(ERROR_INVALID_PARAMETER);

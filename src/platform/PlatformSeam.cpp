@@ -13,8 +13,10 @@ std::atomic<IPlatform*> g_override{nullptr};
 }  // namespace
 
 IPlatform& DefaultPlatform() {
-  static RealPlatform instance;
-  return instance;
+  // Never destroyed, so that objects still in use while exit() runs (from an atexit handler or
+  // another thread) keep a platform to call, as the provider's handle tables do (CryptApi.cpp).
+  static RealPlatform* const instance = new RealPlatform();
+  return *instance;
 }
 
 IPlatform& Platform() {

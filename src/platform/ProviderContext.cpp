@@ -3,6 +3,7 @@
 #include <cstring>
 #include <span>
 
+#include "platform/ContainerKeyCache.h"
 #include "platform/CspError.h"
 #include "platform/ProviderInfo.h"
 #include "platform/RsaKey.h"
@@ -62,8 +63,10 @@ size_t ProviderContext::SlotIndex(DWORD keySpec) {
 const RsaKey& ProviderContext::Pair(DWORD keySpec) {
   const size_t slot = SlotIndex(keySpec);
   if (!m_loaded[slot] && !m_verify) {
-    const std::optional<SecureBytes> stored = Store(m_scope).LoadPair(m_container, keySpec);
-    if (stored) m_pairs[slot] = RsaKey::FromStoredForm(m_provider, *stored);
+    // Read from the container now; the parsed key may come from an earlier open of the same
+    // unchanged container in this process.
+    m_pairs[slot] =
+        ContainerKeyCache::Instance().Load(Store(m_scope), m_container, keySpec, m_provider);
     m_loaded[slot] = true;
   }
   if (!m_pairs[slot]) throw CspError(NTE_NO_KEY);
@@ -73,7 +76,7 @@ const RsaKey& ProviderContext::Pair(DWORD keySpec) {
 void ProviderContext::KeepPair(const RsaKey& pair) {
   const DWORD keySpec = pair.algid() == CALG_RSA_SIGN ? AT_SIGNATURE : AT_KEYEXCHANGE;
   const size_t slot = SlotIndex(keySpec);
-  std::unique_ptr<RsaKey> copy = pair.Clone();
+  std::shared_ptr<const RsaKey> copy = pair.Clone();
   // Written before the handle is handed out, so a crash right after CryptGenKey or
   // CryptImportKey returns never loses the pair.
   if (!m_verify) Store(m_scope).StorePair(m_container, keySpec, pair.StoredForm());

@@ -4,9 +4,10 @@
 // shared by PP_ENUMALGS and PP_ENUMALGS_EX, and one for PP_ENUMCONTAINERS.
 //
 // Key pairs: the container's pairs are read from the store the first time this context needs
-// them and kept (so a signature does not read the disk); pairs generated or imported here are
-// written to the container at once, except in a verify context, where they live in memory only
-// and end with the context.
+// them and kept (so a signature does not read the disk); the parsed key comes from the process's
+// ContainerKeyCache when the container is unchanged since it was last read. Pairs generated or
+// imported here are written to the container at once, except in a verify context, where they
+// live in memory only and end with the context.
 //
 // Ownership: owns its stores (paths only), its cached key pairs and its cursors. Refers to a
 // ProviderInfo, which lives for the whole process. Not thread-safe: the handle table serialises
@@ -87,7 +88,8 @@ class ProviderContext final {
   std::optional<ContainerStore> m_machineStore;
 
   // Slot 0: AT_KEYEXCHANGE, slot 1: AT_SIGNATURE. m_loaded: the slot was read (or written).
-  std::array<std::unique_ptr<RsaKey>, 2> m_pairs;
+  // A pair read from the container may be shared with other contexts (ContainerKeyCache).
+  std::array<std::shared_ptr<const RsaKey>, 2> m_pairs;
   std::array<bool, 2> m_loaded{};
 
   size_t m_algCursor = 0;

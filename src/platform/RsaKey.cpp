@@ -423,11 +423,27 @@ std::unique_ptr<RsaKey> RsaKey::FromStoredForm(const ProviderInfo& /*provider*/,
         ParsePrivateBody(header.algid, blob.subspan(KeyBlob::kHeaderSize), flags);
     // A stored pair is always complete: a short private exponent means a damaged entry.
     if (blob.size() != key->PrivateBlobSize()) Fail(NTE_KEYSET_ENTRY_BAD);
+    key->CheckConsistency();
     return key;
   } catch (const CspError& error) {
     if (error.code() == static_cast<uint32_t>(NTE_NO_MEMORY)) throw;
     Fail(NTE_KEYSET_ENTRY_BAD);
   }
+}
+
+// The file's checksum only says the bytes are those written; a key damaged before it was written
+// (or a checksum recomputed over damaged bytes) is caught by OpenSSL's full RSA key check: p and q
+// prime, n = pq, d, dP, dQ and qInv consistent with e. Both OpenSSL forms are built here, so the
+// key is never changed again by a const member and may be shared between threads.
+// The one exception is a pair with public exponent 1 (d = dP = dQ = 1), which the Windows
+// providers import and keep although OpenSSL's check refuses any such key: it is kept as they
+// keep it, protected by the checksum alone.
+void RsaKey::CheckConsistency() const {
+  OsslPtr<EVP_PKEY_CTX> ctx = OperationContext(PrivateForm());
+  if (m_publicExponent != 1 && EVP_PKEY_check(ctx.get()) != 1) {
+    Ossl::Fail(static_cast<uint32_t>(NTE_KEYSET_ENTRY_BAD));
+  }
+  PublicForm();
 }
 
 std::unique_ptr<RsaKey> RsaKey::Clone() const {
@@ -621,9 +637,13 @@ void RsaKey::Decrypt(HashObject* hash, bool /*final*/, DWORD flags, BYTE* pbData
   if ((flags & ~static_cast<DWORD>(CRYPT_OAEP)) != 0) Fail(NTE_BAD_FLAGS);
   if (pbData == nullptr || pdwDataLen == nullptr) Fail(ERROR_INVALID_PARAMETER);
   if (!m_private) Fail(NTE_BAD_KEY);
-  // Windows reads k bytes whatever *pdwDataLen says; the incoming length is the room for the
-  // plaintext (a longer message fails with NTE_BAD_DATA and the length unchanged).
+  // The incoming length is both the ciphertext's length and the room for the plaintext (a
+  // longer message fails with NTE_BAD_DATA and the length unchanged). Windows reads k bytes
+  // whatever *pdwDataLen says; here a buffer shorter than the k-byte ciphertext is never read
+  // past its end. It fails with NTE_BAD_DATA, the code the providers give for a ciphertext
+  // they cannot use and for too little room, and the length stays unchanged.
   const size_t k = m_modulus.size();
+  if (*pdwDataLen < k) Fail(NTE_BAD_DATA);
   const SecureBytes plain = DecryptBlock({pbData, k}, (flags & CRYPT_OAEP) != 0);
   if (plain.size() > *pdwDataLen) Fail(NTE_BAD_DATA);
   std::memcpy(pbData, plain.data(), plain.size());

@@ -70,7 +70,10 @@ class QUIV_API RsaKey final {
                                                    SymmetricKey* unwrap);
 
   // The container store's form of a key pair: the private blob and the exportable flag.
-  // FromStoredForm throws NTE_KEYSET_ENTRY_BAD when the bytes are not such a form.
+  // FromStoredForm throws NTE_KEYSET_ENTRY_BAD when the bytes are not such a form or the key in
+  // them fails OpenSSL's RSA key check (a damaged field under a valid file checksum). The key it
+  // returns has its OpenSSL state built: no const member changes it any more, so it may be
+  // shared read-only between threads (the container key cache does).
   SecureBytes StoredForm() const;
   static std::unique_ptr<RsaKey> FromStoredForm(const ProviderInfo& provider,
                                                 std::span<const uint8_t> stored);
@@ -121,10 +124,11 @@ class QUIV_API RsaKey final {
   void Encrypt(HashObject* hash, bool final, DWORD flags, BYTE* pbData, DWORD* pdwDataLen,
                DWORD dwBufLen) const;
   // CryptDecrypt with a key-exchange pair: reads k little-endian bytes at pbData, removes the
-  // padding and writes the message at the start of pbData. The incoming *pdwDataLen must be k.
+  // padding and writes the message at the start of pbData. The incoming *pdwDataLen must be at
+  // least k; nothing past it is read.
   // throws NTE_BAD_KEY (signature key or no private part), NTE_BAD_FLAGS,
-  // ERROR_INVALID_PARAMETER (NULL pointers), NTE_BAD_LEN (*pdwDataLen not k; unconfirmed),
-  // NTE_BAD_DATA (bad padding; *pdwDataLen unchanged).
+  // ERROR_INVALID_PARAMETER (NULL pointers), NTE_BAD_DATA (*pdwDataLen below k, bad padding,
+  // or a message longer than *pdwDataLen; *pdwDataLen unchanged).
   void Decrypt(HashObject* hash, bool final, DWORD flags, BYTE* pbData, DWORD* pdwDataLen) const;
 
   // CryptSignHash with this pair: the PKCS#1 v1.5 type 1 block over the DigestInfo prefix of
@@ -163,6 +167,9 @@ class QUIV_API RsaKey final {
   static std::unique_ptr<RsaKey> ParsePrivateBody(ALG_ID algid, std::span<const uint8_t> body,
                                                   DWORD flags);
   SecureBytes PrivateBlobBytes() const;
+  // Builds both OpenSSL forms and runs the full RSA key check.
+  // throws NTE_KEYSET_ENTRY_BAD (inconsistent key), NTE_BAD_KEY (OpenSSL refuses the fields).
+  void CheckConsistency() const;
   void CheckEncryptionKey() const;
 
   ALG_ID m_algid = CALG_RSA_KEYX;

@@ -64,7 +64,13 @@ class QUIV_API CAlgInfo final : public Object {
   bool FilterAlgorithms(int32_t i_lAlgorithms);
   bool OnStartPage(const Ref<IPageContext>& i_oScript);
 
-  // --- Internal (the library's classes only) ---
+  String TypeName() const override { return u"CAlgInfo"; }
+
+ private:
+  // Internal routines: the library's own classes call them, callers do not; tests reach them
+  // through InternalAccess (tests/support), which is not installed.
+  friend class CProvider;
+  friend struct InternalAccess;
 
   // Fills the full list and the view from the provider's raw PP_ENUMALGS_EX items (keys 0..n-1).
   // Fails on an empty dictionary (run-time error 9), a length field with its top bit set
@@ -72,9 +78,6 @@ class QUIV_API CAlgInfo final : public Object {
   // (KEY_ERROR_UNABLE_TO_GET_KEY_ALGORITHM_CODE). The cursor and Eof() are left as they were.
   bool SetAlgorithms(Dictionary& io_dItems);
 
-  String ClassName() const override { return u"CAlgInfo"; }
-
- private:
   struct Record {
     int32_t m_lAlgorithmID = 0;
     String m_sAlgorithmCode;

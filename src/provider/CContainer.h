@@ -62,14 +62,19 @@ class QUIV_API CContainer final : public Object {
   // then appear in every error message.
   bool OnStartPage(const Ref<IPageContext>& i_oScript);
 
-  // Internal: ties the container to its provider (a counted reference).
-  bool SetProvider(const Ref<CProvider>& i_oProvider);
-  // Internal: drops the provider reference and the record (the provider's termination).
-  void Terminate();
-
-  String ClassName() const override { return u"CContainer"; }
+  String TypeName() const override { return u"CContainer"; }
 
  private:
+  // Internal routines: the library's own classes call them, callers do not; tests reach them
+  // through InternalAccess (tests/support), which is not installed.
+  friend class CProvider;
+  friend struct InternalAccess;
+
+  // ties the container to its provider (a counted reference).
+  bool SetProvider(const Ref<CProvider>& i_oProvider);
+  // drops the provider reference and the record (the provider's termination).
+  void Terminate();
+
   bool DoContainer(const String& i_sContainerName, int32_t i_lAction, int32_t i_lAccess,
                    int32_t i_lKeysAccess);
   bool CheckForKeyPair(int32_t i_lKeySpec, bool& o_fKeyPairExists);

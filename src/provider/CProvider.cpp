@@ -394,6 +394,21 @@ BOOL CProvider::CallAcquire(HCRYPTPROV& io_hProv, const String& i_sContainer,
   return FALSE;  // an unknown system: neither entry point is called
 }
 
+// Creates the default container after the open found none. Deliberately more than the published
+// open-then-create sequence: another thread or process may create the same container between
+// the two calls (two first users of an empty store), and the create then fails with NTE_EXISTS
+// only because the container now exists. That is no failure for a caller who asked to open or
+// create it, so the container is opened again, without CRYPT_NEWKEYSET; io_lFlags then holds
+// the flags of that open.
+BOOL CProvider::CreateDefaultContainer(HCRYPTPROV& io_hProv, const String& i_sProvider,
+                                       int32_t i_lType, int32_t& io_lFlags) const {
+  const CConstQUIV& k = m_oConst;
+  if (CallAcquire(io_hProv, String(), i_sProvider, i_lType, io_lFlags)) return TRUE;
+  if (LastPlatformError() != static_cast<uint32_t>(k.NTE_EXISTS())) return FALSE;
+  io_lFlags &= ~k.CRYPT_NEWKEYSET();
+  return CallAcquire(io_hProv, String(), i_sProvider, i_lType, io_lFlags);
+}
+
 bool CProvider::AcquireContext(const String& i_sContainerName, const String& i_sProviderName,
                                int32_t i_lProviderType, int32_t i_lFlags, HCRYPTPROV& o_hProv) {
   int32_t flags = i_lFlags;
@@ -423,7 +438,7 @@ bool CProvider::AcquireContext(const String& i_sContainerName, const String& i_s
             RaiseQuiv(PROVIDER_ERROR_UNABLE_TO_ACQUIRE_CONTEXT);
           }
           flags |= k.CRYPT_NEWKEYSET();
-          if (!CallAcquire(o_hProv, i_sContainerName, i_sProviderName, i_lProviderType, flags)) {
+          if (!CreateDefaultContainer(o_hProv, i_sProviderName, i_lProviderType, flags)) {
             m_fHasContext = false;
             RaiseQuiv(CONTAINER_ERROR_UNABLE_TO_CREATE_DEFAULT_CONTAINER);
           }

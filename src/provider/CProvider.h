@@ -106,7 +106,19 @@ class QUIV_API CProvider final : public Object {
   // PARAMETER_ARRAY; a Nothing catalogue is run-time error 91).
   bool GetListOfAlgorithms(Ref<CAlgInfo>& o_oAlgInfo);
 
-  // --- Internal (the library's classes only) ---
+  String TypeName() const override { return u"CProvider"; }
+
+ private:
+  // The library's own classes reach the context and the provider's parameter readers through
+  // these internal routines; callers do not (a caller that could set HasContext could corrupt a
+  // session). Tests reach them through InternalAccess (tests/support), which is not installed.
+  friend class CAlgInfo;
+  friend class CContainer;
+  friend class CHashValue;
+  friend class CMessagetext;
+  friend class CRSAKeyPair;
+  friend class CSessionKey;
+  friend struct InternalAccess;
 
   // Acquires a context (see the source for the default-container retry). Parameters
   // "i_sContainerName", "i_sProviderName", "i_lProviderType", "i_lFlags" on failure.
@@ -132,9 +144,6 @@ class QUIV_API CProvider final : public Object {
   // character; run-time error 5 when there is none.
   static String AnsiTextBeforeZero(const ByteArray& i_abText);
 
-  String ClassName() const override { return u"CProvider"; }
-
- private:
   void Initialize();
   bool Terminate();
   Ref<CContainer>& Container();
@@ -144,6 +153,8 @@ class QUIV_API CProvider final : public Object {
   void Release(Ref<T>& io_oSlot);
   BOOL CallAcquire(HCRYPTPROV& io_hProv, const String& i_sContainer, const String& i_sProvider,
                    int32_t i_lType, int32_t i_lFlags) const;
+  BOOL CreateDefaultContainer(HCRYPTPROV& io_hProv, const String& i_sProvider, int32_t i_lType,
+                              int32_t& io_lFlags) const;
   int32_t DecodeLong(const ByteArray& i_abBuffer) const;
 
   HCRYPTPROV m_hProvider = 0;

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "data/CConvert.h"
 #include "errors/ErrorTrap.h"
 #include "errors/QuivError.h"
 #include "keys/CKeyTools.h"

@@ -20,17 +20,16 @@
 #include "automation/Ref.h"
 #include "automation/String.h"
 #include "automation/Variant.h"
-#include "data/CConvert.h"
+#include "constants/CConstQUIV.h"
 #include "data/DataFormat.h"
 #include "data/IHash.h"
 #include "errors/CErrHandler.h"
 #include "platform/QuivExport.h"
 #include "platform/wincrypt.h"
-// Platform headers come before the constants, which withdraw wincrypt's macros.
-#include "constants/CConstQUIV.h"
 
 namespace quiv {
 
+class CConvert;
 class CKeyTools;
 class CProvider;
 class CSessionKey;
@@ -64,7 +63,16 @@ class QUIV_API CHashValue final : public Object {
   bool SetHashAlgorithmCode(const String& o_sHashAlgorithmCode);
   bool OnStartPage(const Ref<IPageContext>& i_oScript);
 
-  // --- Internal (the library's classes only) ---
+  String TypeName() const override { return u"CHashValue"; }
+
+ private:
+  // Internal routines: the library's own classes call them, callers do not; tests reach them
+  // through InternalAccess (tests/support), which is not installed.
+  friend class CProvider;
+  friend class CRSAKeyPair;
+  friend class CSessionKey;
+  friend struct InternalAccess;
+
   bool SetProvider(const Ref<CProvider>& i_oProvider);
   // The handle argument is ignored: the object's own hash is always read.
   bool GetHashParam(HCRYPTHASH& io_hHashIgnored, int32_t i_lParam, Variant& o_vValue);
@@ -72,9 +80,6 @@ class QUIV_API CHashValue final : public Object {
   // Clears, then releases the provider and the converter; the destructor does nothing after it.
   void Terminate();
 
-  String ClassName() const override { return u"CHashValue"; }
-
- private:
   bool HashCore(const Ref<IHash>& i_oHashee, bool i_fKeyGiven);
   void CheckSessionKeyAllowed();
   void EnsureHashObject();

@@ -25,6 +25,7 @@
 
 #include <cstdint>
 
+#include "automation/ByReference.h"
 #include "automation/ByteArray.h"
 #include "automation/IPageContext.h"
 #include "automation/Object.h"
@@ -89,6 +90,11 @@ class QUIV_API CRSAKeyPair final : public Object, public IHash {
             DATA_FORMAT o_nSignatureBlockFormat, int32_t& io_lHashAlgID);
   bool Sign(const Ref<IHash>& i_oSignee, String& o_sSignatureBlock,
             DATA_FORMAT o_nSignatureBlockFormat, const int32_t& i_lHashAlgID = -1);
+  // A variable of another type than int32_t would miss the write-back: it does not compile.
+  template <class T>
+  requires OtherVariable<T, int32_t>
+  bool Sign(const Ref<IHash>& i_oSignee, String& o_sSignatureBlock,
+            DATA_FORMAT o_nSignatureBlockFormat, T& io_lHashAlgID) = delete;
   // True when the check ran: o_fValid is its verdict (a wrong signature is not a failure).
   // Works with a full pair and with a public key alone.
   bool VerifySignature(const Ref<IHash>& i_oSignedObject, const String& i_sSigBlock,
@@ -96,6 +102,10 @@ class QUIV_API CRSAKeyPair final : public Object, public IHash {
   bool VerifySignature(const Ref<IHash>& i_oSignedObject, const String& i_sSigBlock,
                        DATA_FORMAT i_nSigBlockFormat, bool& o_fValid,
                        const int32_t& i_lHashAlgID = -1);
+  template <class T>
+  requires OtherVariable<T, int32_t>
+  bool VerifySignature(const Ref<IHash>& i_oSignedObject, const String& i_sSigBlock,
+                       DATA_FORMAT i_nSigBlockFormat, bool& o_fValid, T& io_lHashAlgID) = delete;
 
   // --- Import and export ---
 
@@ -128,7 +138,15 @@ class QUIV_API CRSAKeyPair final : public Object, public IHash {
   // recording it (there is no trap here).
   bool GetSessionKeyHandle(HCRYPTKEY& o_lSessionKeyHandle) override;
 
-  // --- Internal (the library's classes only) ---
+  String TypeName() const override { return u"CRSAKeyPair"; }
+
+ private:
+  // Internal routines: the library's own classes call them, callers do not; tests reach them
+  // through InternalAccess (tests/support), which is not installed.
+  friend class CProvider;
+  friend class CSessionKey;
+  friend class CHashValue;
+  friend struct InternalAccess;
 
   // Fixes the key specification: AT_SIGNATURE or AT_KEYEXCHANGE only.
   bool SetExOrSigKeyObject(int16_t i_nKeySpec);
@@ -147,9 +165,6 @@ class QUIV_API CRSAKeyPair final : public Object, public IHash {
   // handle is left to Clear (the destructor then no longer touches the platform).
   void Terminate();
 
-  String ClassName() const override { return u"CRSAKeyPair"; }
-
- private:
   Ref<CRSAKeyPair> View(bool i_fPrivate);
   int16_t ValidateSignee(const Ref<IHash>& i_oSignee);
   void HashForSignature(const Ref<IHash>& i_oHashee, int32_t i_lHashAlgID, QUIV_ERROR i_eHashError,

@@ -21,7 +21,7 @@ TEST(MapPageContext, IsAPageContextObject) {
   const Ref<IPageContext> page = object.As<IPageContext>();
   ASSERT_FALSE(page.IsNothing());
   EXPECT_EQ(page->QueryString(), String());
-  EXPECT_EQ(page->ClassName(), String(u"MapPageContext"));
+  EXPECT_EQ(page->TypeName(), String(u"MapPageContext"));
 }
 
 }  // namespace

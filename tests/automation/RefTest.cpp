@@ -17,7 +17,7 @@ class Counted : public Object {
  public:
   explicit Counted(int& destroyed) : m_destroyed(destroyed) {}
   ~Counted() override { ++m_destroyed; }
-  String ClassName() const override { return u"Counted"; }
+  String TypeName() const override { return u"Counted"; }
 
   Ref<Counted> m_peer;  // a strong reference, as a provider and its children hold each other
 
@@ -39,7 +39,7 @@ TEST(Ref, DefaultAndNothingAreEmpty) {
 
 TEST(Ref, UsingNothingRaisesObjectNotSet) {
   const Ref<Counted> nothing;
-  EXPECT_THAT([&] { (void)nothing->ClassName(); },
+  EXPECT_THAT([&] { (void)nothing->TypeName(); },
               Throws<RuntimeError>(Property(&RuntimeError::Number, 91)));
 }
 
@@ -60,7 +60,7 @@ TEST(Ref, CountsReferencesAndDestroysWithTheLast) {
 TEST(Ref, UpcastAndDowncast) {
   int destroyed = 0;
   const Ref<Object> base = MakeRef<Counted>(destroyed);
-  EXPECT_EQ(base->ClassName(), String(u"Counted"));
+  EXPECT_EQ(base->TypeName(), String(u"Counted"));
   const Ref<Counted> back = base.As<Counted>();
   EXPECT_FALSE(back.IsNothing());
   EXPECT_TRUE(back == base);

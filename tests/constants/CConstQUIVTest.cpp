@@ -3,8 +3,8 @@
 // up), through the getters, the name lookup and the dispatch-id lookup; the computed CALG_
 // identifiers; the rows callers depend on; and the lookup's refusals.
 
-// The C header comes first on purpose: CConstQUIV.h must withdraw the macros it defines under
-// the same names, or none of the getter calls below would compile.
+// The C header comes first on purpose: CConstQUIV.h must turn the macros it defines under the
+// same names into names that the getter calls below can still use.
 #include "platform/wincrypt.h"
 
 // clang-format off
@@ -20,6 +20,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace quiv {
@@ -349,12 +350,32 @@ TEST(CConstQUIVTest, ValueAtRejectsAnIndexPastTheEnd) {
   EXPECT_EQ(value.integer, -2146893787);
 }
 
-TEST(CConstQUIVTest, MacroWithdrawalListCoversEveryPropertyOnce) {
-  const std::vector<std::string> undefined = NamesIn("CConstQUIVUndef.def", "#undef ");
+TEST(CConstQUIVTest, MacroListCoversEveryPropertyOnce) {
   std::vector<std::string> properties;
   for (const auto& property : CConstQUIV::Properties()) properties.emplace_back(property.name);
-  EXPECT_EQ(undefined, properties);
+  // Each name's value is kept, then the macro becomes the global constant of that name.
+  EXPECT_EQ(NamesIn("CConstQUIVMacros.def", "QUIV_WINCRYPT_KEEP("), properties);
+  EXPECT_EQ(NamesIn("CConstQUIVMacros.def", "QUIV_WINCRYPT_GLOBAL("), properties);
   EXPECT_EQ(std::set<std::string>(properties.begin(), properties.end()).size(), 342u);
+}
+
+// The C header's macros of the same names still stand for the platform's values, with their own
+// types, next to the getters.
+TEST(CConstQUIVTest, TheCHeadersNamesKeepTheirValuesAndTypesBesideTheGetters) {
+  constexpr CConstQUIV c;
+#ifndef CALG_MD5
+  FAIL() << "CALG_MD5 is no longer defined";
+#endif
+  static_assert(CALG_MD5 == 0x8003 && c.CALG_MD5() == 0x8003);
+  static_assert(std::is_same_v<std::remove_cv_t<decltype(CRYPT_VERIFYCONTEXT)>, unsigned int>);
+  static_assert(CRYPT_VERIFYCONTEXT == 0xF0000000u);
+  static_assert(c.CRYPT_VERIFYCONTEXT() == static_cast<int32_t>(0xF0000000u));
+  static_assert(NTE_BAD_KEY == static_cast<LONG>(0x80090003));
+  // A string macro stays an array: sizeof counts its characters and the terminator.
+  static_assert(sizeof MS_DEF_PROV == sizeof "Microsoft Base Cryptographic Provider v1.0");
+  EXPECT_STREQ(MS_DEF_PROV, MS_DEF_PROV_A);
+  EXPECT_EQ(c.MS_DEF_PROV(), String::FromUtf8(MS_DEF_PROV));
+  EXPECT_EQ(static_cast<int32_t>(PROV_RSA_FULL), c.PROV_RSA_FULL());
 }
 
 }  // namespace

@@ -109,7 +109,7 @@ TEST(DataFormatTest, FingerprintFormatValues) {
 TEST_F(CConvertTest, CreationMakesTheRecord) {
   ASSERT_FALSE(m_convert->m_oLastError.IsNothing());
   EXPECT_EQ(Record().m_lErrNumber, 0);
-  EXPECT_EQ(m_convert->ClassName(), String(u"CConvert"));
+  EXPECT_EQ(m_convert->TypeName(), String(u"CConvert"));
   EXPECT_EQ(m_convert->OpenFileCount(), 0u);
 }
 

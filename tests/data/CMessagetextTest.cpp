@@ -1,6 +1,6 @@
 // CMessagetext: the message buffer, its empty convention, its loaders and unloaders in every
 // outside form, and its answers to the hashable contract.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "data/CMessagetext.h"
 
@@ -19,6 +19,7 @@
 #include "errors/QuivError.h"
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 
 namespace quiv {
@@ -125,20 +126,20 @@ TEST_F(CMessagetextTest, ExchangeSwapsTheBuffersWithoutCopying) {
   ASSERT_TRUE(message->SetMessageText(ByteArray{1, 2, 3}));
   ByteArray next{4, 5, 6, 7};
   const uint8_t* const nextBuffer = next.data();
-  ASSERT_TRUE(message->ExchangeMessageText(next));
+  ASSERT_TRUE(Internal(message).ExchangeMessageText(next));
   EXPECT_EQ(next, (ByteArray{1, 2, 3}));
   ByteArray now;
   ASSERT_TRUE(message->GetMessageText(now));
   EXPECT_EQ(now, (ByteArray{4, 5, 6, 7}));
   // The message took over the very buffer: exchanging back returns it.
-  ASSERT_TRUE(message->ExchangeMessageText(next));
+  ASSERT_TRUE(Internal(message).ExchangeMessageText(next));
   EXPECT_EQ(next.data(), nextBuffer);
 }
 
 TEST_F(CMessagetextTest, ACopyThatMustMoveGetsTheRoomAskedFor) {
   ASSERT_TRUE(message->SetMessageText(ByteArray(std::vector<uint8_t>(100, 7))));
   ByteArray small{1, 2};
-  ASSERT_TRUE(message->GetMessageText(small, 8));
+  ASSERT_TRUE(Internal(message).GetMessageText(small, 8));
   EXPECT_EQ(small, ByteArray(std::vector<uint8_t>(100, 7)));
   EXPECT_GE(small.Capacity(), 108u);
   // Growing by the room keeps the buffer.
@@ -151,14 +152,14 @@ TEST_F(CMessagetextTest, ACopyIntoATargetThatFitsKeepsItsBuffer) {
   ASSERT_TRUE(message->SetMessageText(ByteArray{1, 2, 3}));
   ByteArray large(std::vector<uint8_t>(50, 9));
   const uint8_t* const buffer = large.data();
-  ASSERT_TRUE(message->GetMessageText(large, 8));
+  ASSERT_TRUE(Internal(message).GetMessageText(large, 8));
   EXPECT_EQ(large, (ByteArray{1, 2, 3}));
   EXPECT_EQ(large.data(), buffer);
 }
 
 TEST_F(CMessagetextTest, ACopyWithRoomRefusesTheEmptyMessageLikeTheCopyWithout) {
   ByteArray out{4, 5};
-  EXPECT_TRUE(FailedWith(message->GetMessageText(out, 8), message->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(message).GetMessageText(out, 8), message->m_oLastError,
                          MESSAGETEXT_ERROR_OBJECT_CONTAINS_NO_MESSAGETEXT,
                          "QUIV.CMessageText.GetMessageText"));
   EXPECT_EQ(out, (ByteArray{4, 5}));
@@ -313,9 +314,9 @@ TEST_F(CMessagetextTest, OnStartPageMakesTheRecordAndHandsItThePage) {
 
 TEST_F(CMessagetextTest, TheProviderReferenceIsDroppedAtTermination) {
   Ref<CProvider> provider = CProvider::Create();
-  ASSERT_TRUE(message->SetProvider(provider));
+  ASSERT_TRUE(Internal(message).SetProvider(provider));
   const long held = provider.UseCount();
-  message->Terminate();
+  Internal(message).Terminate();
   EXPECT_EQ(provider.UseCount(), held - 1);
   provider->TerminateAll();
 }

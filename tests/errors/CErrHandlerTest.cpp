@@ -7,9 +7,12 @@
 
 #include <map>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 #include "RecordingPlatform.h"
 #include "automation/ByteArray.h"
+#include "automation/Dictionary.h"
 #include "automation/ErrObject.h"
 #include "automation/MapPageContext.h"
 #include "automation/RunTime.h"
@@ -81,7 +84,7 @@ TEST_F(CErrHandlerTest, NewRecordIsEmptyWithWebRedirectFlagTrue) {
   EXPECT_EQ(r.m_lErrNumber, 0);
   EXPECT_EQ(r.m_dblErrLastDLLError, 0.0);
   EXPECT_EQ(r.LastError(), String());
-  EXPECT_EQ(r.ClassName(), String(u"CErrHandler"));
+  EXPECT_EQ(r.TypeName(), String(u"CErrHandler"));
   EXPECT_TRUE(m_platform.m_entries.empty());
 }
 
@@ -482,6 +485,99 @@ TEST(CErrHandlerLifetimeTest, ReleasingTheRecordReleasesThePageContext) {
     EXPECT_EQ(page.UseCount(), 2);
   }
   EXPECT_EQ(page.UseCount(), 1);
+}
+
+// --- read access by the automation names ---
+
+TEST_F(CErrHandlerTest, EveryFieldReadsByItsAutomationName) {
+  CErrHandler& r = *m_record;
+  r.m_sDBConnectStr = u"dsn";
+  r.m_sDBLogin = u"login";
+  r.m_sDBPwd = u"pwd";
+  r.m_sWebRedirectURL = u"/next";
+  ErrObject err = MakeErr(-2147220972, u"QUIV", u"desc", kNteNoKey);
+  r.LoadError(err, u"QUIV.CConvert.LoadItem",
+              MakeRef<MapPageContext>(std::map<String, String>{{u"PATH_INFO", u"/p"},
+                                                               {u"LOCAL_ADDR", u"127.0.0.1"},
+                                                               {u"HTTP_COOKIE", u"c=1"}},
+                                      u"q=2"),
+              u"my comment");
+  const CErrHandler& c = r;
+  EXPECT_EQ(c.ProjectName(), String(u"QUIV"));
+  EXPECT_EQ(c.ClassName(), String(u"CConvert"));
+  EXPECT_EQ(c.RoutineName(), String(u"LoadItem"));
+  EXPECT_EQ(c.DBConnectStr(), String(u"dsn"));
+  EXPECT_EQ(c.DBLogin(), String(u"login"));
+  EXPECT_EQ(c.DBPwd(), String(u"pwd"));
+  EXPECT_EQ(c.Comments(), String(u"my comment"));
+  EXPECT_TRUE(c.WebRedirectFlag());
+  EXPECT_EQ(c.WebRedirectURL(), String(u"/next"));
+  EXPECT_EQ(c.WebPageURL(), String(u"/p?q=2"));
+  EXPECT_EQ(c.WebCookies(), String(u"c=1"));
+  EXPECT_EQ(c.WebIP(), String(u"127.0.0.1"));
+  EXPECT_EQ(c.ErrNumber(), -2147220972);
+  EXPECT_EQ(c.ErrSource(), String(u"QUIV"));
+  EXPECT_EQ(c.ErrDescription(), String(u"desc"));
+  EXPECT_EQ(c.ErrLastDLLError(), static_cast<double>(static_cast<int32_t>(kNteNoKey)));
+  EXPECT_EQ(c.APIError(), String(u"NTE_NO_KEY"));
+  EXPECT_EQ(c.QUIVError(), CErrQUIV().LastError(-2147220972));
+  EXPECT_FALSE(c.QUIVError().IsEmpty());
+  EXPECT_EQ(c.FullSource(), String(u"QUIV.CConvert.LoadItem"));
+  // The record's own class name stays within reach under the run time's name for it.
+  EXPECT_EQ(c.TypeName(), String(u"CErrHandler"));
+}
+
+TEST_F(CErrHandlerTest, ATwoPartSourceReadsWhole) {
+  Load(-2147220972, u"QUIV.ChangeCipherModeCode", u"d");
+  EXPECT_EQ(m_record->FullSource(), String(u"QUIV.ChangeCipherModeCode"));
+  EXPECT_EQ(m_record->ProjectName(), String(u"QUIV.ChangeCipherModeCode"));
+  EXPECT_TRUE(m_record->ClassName().IsEmpty());
+  EXPECT_TRUE(m_record->RoutineName().IsEmpty());
+}
+
+TEST_F(CErrHandlerTest, TheFullSourceOutlivesClear) {
+  Load(0, u"QUIV.CConvert.LoadItem", u"d");
+  m_record->Clear();
+  EXPECT_EQ(m_record->FullSource(), String(u"QUIV.CConvert.LoadItem"));
+  EXPECT_TRUE(m_record->ClassName().IsEmpty());
+}
+
+TEST_F(CErrHandlerTest, ParametersReadInTheOrderAdded) {
+  EXPECT_EQ(m_record->Parameters().Count(), 0u);  // no map yet: an empty view
+  m_record->AddParam(u"zeta", 1);
+  m_record->AddParam(u"alpha", u"two");
+  m_record->AddParam(u"mid", ByteArray{3});
+  const Dictionary& params = m_record->Parameters();
+  ASSERT_EQ(params.Count(), 3u);
+  EXPECT_EQ(params.Keys(), (std::vector<Variant>{u"zeta", u"alpha", u"mid"}));
+  EXPECT_EQ(params.Items(), (std::vector<Variant>{1, u"two", ByteArray{3}}));
+  ASSERT_NE(params.Find(u"alpha"), nullptr);
+  EXPECT_EQ(*params.Find(u"alpha"), Variant(u"two"));
+  EXPECT_FALSE(params.Exists(u"beta"));
+  m_record->Clear();
+  EXPECT_EQ(m_record->Parameters().Count(), 0u);
+}
+
+// What a holder of the parameter view could change, if its type let it.
+template <class Map>
+concept Writable = requires(Map& map) {
+  map.Add(Variant(), Variant());
+}
+|| requires(Map& map) {
+  map.RemoveAll();
+}
+|| requires(Map& map) {
+  map.SetItem(Variant(), Variant());
+}
+|| requires(Map& map) {
+  map.Item(Variant());
+};
+
+TEST_F(CErrHandlerTest, TheParameterViewIsReadOnly) {
+  using View = decltype(m_record->Parameters());
+  static_assert(std::is_same_v<View, const Dictionary&>);
+  static_assert(Writable<Dictionary>);
+  static_assert(!Writable<std::remove_reference_t<View>>);
 }
 
 }  // namespace

@@ -206,6 +206,35 @@ TEST_F(ErrorTrapTest, AnythingElseThrownIsCaughtToo) {
   EXPECT_EQ(m_lastError->m_sErrDescription, String(u"Internal error"));
 }
 
+// Each kind of failure that does not come from a raise still carries the thread's last platform
+// error at the moment it reached the trap, and its name.
+TEST_F(ErrorTrapTest, OutOfMemoryCarriesThePlatformsLastError) {
+  EXPECT_FALSE(Trap(m_lastError, u"QUIV.CTest.Run", [] {
+    platform::Platform().SetLastError(kErrorInvalidParameter);
+    throw std::bad_alloc();
+  }));
+  EXPECT_EQ(m_lastError->ErrLastDLLError(), static_cast<double>(kErrorInvalidParameter));
+  EXPECT_EQ(m_lastError->APIError(), String(u"ERROR_INVALID_PARAMETER"));
+}
+
+TEST_F(ErrorTrapTest, AStandardExceptionCarriesThePlatformsLastError) {
+  EXPECT_FALSE(Trap(m_lastError, u"QUIV.CTest.Run", [] {
+    platform::Platform().SetLastError(kErrorInvalidParameter);
+    throw std::out_of_range("index 9 of 4");
+  }));
+  EXPECT_EQ(m_lastError->ErrLastDLLError(), static_cast<double>(kErrorInvalidParameter));
+  EXPECT_EQ(m_lastError->APIError(), String(u"ERROR_INVALID_PARAMETER"));
+}
+
+TEST_F(ErrorTrapTest, AnUnknownExceptionCarriesThePlatformsLastError) {
+  EXPECT_FALSE(Trap(m_lastError, u"QUIV.CTest.Run", [] {
+    platform::Platform().SetLastError(kErrorInvalidParameter);
+    throw 42;
+  }));
+  EXPECT_EQ(m_lastError->ErrLastDLLError(), static_cast<double>(kErrorInvalidParameter));
+  EXPECT_EQ(m_lastError->APIError(), String(u"ERROR_INVALID_PARAMETER"));
+}
+
 TEST_F(ErrorTrapTest, AFailingParameterListDoesNotEscape) {
   EXPECT_FALSE(Trap(
       m_lastError, u"QUIV.CTest.Run", [] { RaiseQuiv(UNDEFINED_ERROR); },

@@ -3,7 +3,7 @@
 // ChangeKeyPermissions and GetKeyPermissions with the mask they write and read, a blob of the
 // right class whatever its type, and OnStartPage. Keys come from session keys on the real
 // provider; PlatformSpy breaks or answers single calls.
-#include "support/PlatformSpy.h"  // wincrypt macros must come before the constants catalogue
+#include "support/PlatformSpy.h"
 
 #include "keys/CKeyTools.h"
 
@@ -18,6 +18,7 @@
 #include "errors/QuivError.h"
 #include "keys/CSessionKey.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 #include "support/SessionKeyFixture.h"
 
@@ -40,7 +41,7 @@ class CKeyToolsFailureTest : public test::SessionKeyFixture {
  protected:
   void SetUp() override {
     OpenEnhanced();
-    EXPECT_TRUE(MakeKey(k.CALG_RC4())->GetKeyHandle(key));
+    EXPECT_TRUE(Internal(MakeKey(k.CALG_RC4())).GetKeyHandle(key));
   }
   void TearDown() override {
     spy.Break(Call::None);  // the keys are cleared through the real calls

@@ -1,6 +1,6 @@
 // CKeyTools: blob header checks, key parameters, permissions, algorithm fields and code names,
 // with keys made by the real provider.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "keys/CKeyTools.h"
 
@@ -16,6 +16,7 @@
 #include "platform/ForwardingPlatform.h"
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 #include "support/TempKeyStore.h"
 
@@ -51,7 +52,7 @@ class CKeyToolsTest : public ::testing::Test {
     EXPECT_TRUE(provider->LoadProvider());
     HCRYPTKEY key = 0;
     EXPECT_TRUE(platform::Platform().CryptGenKey(
-        provider->ContextHandle(), static_cast<ALG_ID>(algId),
+        Internal(provider).ContextHandle(), static_cast<ALG_ID>(algId),
         static_cast<DWORD>(bits << 16) | static_cast<DWORD>(k.CRYPT_EXPORTABLE()), &key));
     return key;
   }

@@ -1,23 +1,27 @@
 // CSessionKey: encryption and decryption of message objects in place, whole and in sections, the
 // squared AMOUNT written back, the grow-and-retry pattern of block ciphers, and what a failure
 // leaves in the message object and in the record.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "keys/CSessionKey.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "automation/RunTime.h"
 #include "constants/CConstQUIV.h"
 #include "data/CMessagetext.h"
+#include "data/DataFormat.h"
 #include "errors/QuivError.h"
 #include "keys/KeyEnums.h"
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 #include "support/SessionKeyFixture.h"
 
@@ -251,7 +255,7 @@ TEST_P(EveryProvider, MessagesOfChangingLengthsThroughOneKeyStayApart) {
 
 TEST_P(EveryProvider, WithoutAKeyTheAmountIsNotSquared) {
   Ref<CSessionKey> key = MakeRef<CSessionKey>();
-  ASSERT_TRUE(key->SetProvider(provider));
+  ASSERT_TRUE(Internal(key).SetProvider(provider));
   m_keys.push_back(key);
   Ref<CMessagetext> message = Message(Bytes(10, 0x41));
   int32_t amount = ENTIRE;
@@ -406,6 +410,112 @@ TEST_F(EncryptBase, NoMessageObjectIsTheRunTimesObjectError) {
                          "QUIV.CSessionKey.Encrypt"));
   EXPECT_TRUE(FailedWith(key->Decrypt(Ref<CMessagetext>()), key->m_oLastError, kErrObjectNotSet,
                          "QUIV.CSessionKey.Decrypt"));
+}
+
+// --- the amount's write-back and the variable's type ---
+
+// Whether Encrypt and Decrypt accept a variable of type Amount (or a temporary) as the amount.
+template <class Amount>
+concept EncryptTakes = requires(CSessionKey& key, const Ref<CMessagetext>& message, Amount&& a) {
+  key.Encrypt(message, std::forward<Amount>(a));
+};
+template <class Amount>
+concept DecryptTakes = requires(CSessionKey& key, const Ref<CMessagetext>& message, Amount&& a) {
+  key.Decrypt(message, std::forward<Amount>(a));
+};
+template <class Amount>
+concept BothTake = EncryptTakes<Amount> && DecryptTakes<Amount>;
+template <class Amount>
+concept NeitherTakes = !EncryptTakes<Amount> && !DecryptTakes<Amount>;
+
+// Variables that receive the square, and values that are only read.
+static_assert(BothTake<int32_t&>);
+static_assert(BothTake<AMOUNT&>);
+static_assert(BothTake<AMOUNT>);  // ENTIRE, FINAL_SECTION ... as temporaries
+static_assert(BothTake<int32_t>);
+static_assert(BothTake<const AMOUNT&>);
+static_assert(BothTake<const int16_t&>);
+// A variable of another type would be read through a converted temporary and never receive the
+// square: it does not compile.
+static_assert(NeitherTakes<int16_t&>);
+static_assert(NeitherTakes<int64_t&>);
+static_assert(NeitherTakes<uint32_t&>);
+static_assert(NeitherTakes<long&>);
+static_assert(NeitherTakes<double&>);
+static_assert(NeitherTakes<bool&>);
+static_assert(NeitherTakes<DATA_FORMAT&>);
+
+TEST_P(EveryProvider, AnAmountVariableReceivesTheSquareToo) {
+  Ref<CSessionKey> key = MakeKey(k.CALG_RC2(), u"amounts");
+  AMOUNT amount = ENTIRE;
+  Ref<CMessagetext> message = Message(Bytes(10));
+  ASSERT_TRUE(key->Encrypt(message, amount));
+  EXPECT_EQ(amount, FINAL_SECTION);
+  EXPECT_EQ(Content(message).size(), 16u);
+  amount = ENTIRE;
+  ASSERT_TRUE(key->Decrypt(message, amount));
+  EXPECT_EQ(amount, FINAL_SECTION);
+  EXPECT_EQ(Content(message), Bytes(10));
+
+  amount = NOT_FINAL_SECTION;
+  message = Message(Bytes(8));
+  ASSERT_TRUE(key->Encrypt(message, amount));
+  EXPECT_EQ(amount, NOT_FINAL_SECTION);
+  EXPECT_EQ(Content(message).size(), 8u);  // not final: no padding
+}
+
+TEST_F(EncryptBase, AnAmountVariableReceivesTheSquareOfAFailedCallAsAnIntegerDoes) {
+  Open(k.MS_DEF_PROV());
+  Ref<CSessionKey> key = MakeKey(k.CALG_RC4());
+  Ref<CMessagetext> message = Message(ByteArray{0x41});  // refused after the squaring
+  AMOUNT amount = ENTIRE;
+  EXPECT_FALSE(key->Encrypt(message, amount));
+  EXPECT_EQ(amount, FINAL_SECTION);
+  amount = ENTIRE;
+  EXPECT_FALSE(key->Decrypt(message, amount));
+  EXPECT_EQ(amount, FINAL_SECTION);
+}
+
+// --- the working array ---
+
+// The first `count` bytes of the key's working array storage (within its capacity).
+std::vector<uint8_t> WorkingBytes(const Ref<CSessionKey>& key, size_t count) {
+  const ByteArray& work = Internal(key).WorkingArray();
+  EXPECT_GE(work.Capacity(), count);
+  return std::vector<uint8_t>(work.data(), work.data() + std::min(count, work.Capacity()));
+}
+
+TEST_P(EveryProvider, EncryptWipesThePlaintextItKeepsForItsMemory) {
+  for (int32_t algId : {k.CALG_RC4(), k.CALG_DES()}) {
+    Ref<CSessionKey> key = MakeKey(algId, u"wipe");
+    const ByteArray plain(std::vector<uint8_t>(4096, 0xA5));
+    Ref<CMessagetext> message = Message(plain);
+    ASSERT_TRUE(key->Encrypt(message)) << Message(key);
+    // The message's old buffer, which held the plaintext, is now the key's working array.
+    EXPECT_EQ(WorkingBytes(key, plain.size()), std::vector<uint8_t>(plain.size(), 0));
+    EXPECT_EQ(Internal(key).WorkingArray(), ByteArray());
+  }
+}
+
+TEST_P(EveryProvider, DecryptWipesWhatItKeeps) {
+  Ref<CSessionKey> key = MakeKey(k.CALG_DES(), u"wipe");
+  Ref<CMessagetext> message = Message(ByteArray(std::vector<uint8_t>(4096, 0xA5)));
+  ASSERT_TRUE(key->Encrypt(message));
+  const size_t cipherSize = Content(message).size();
+  ASSERT_TRUE(key->Decrypt(message)) << Message(key);
+  EXPECT_EQ(WorkingBytes(key, cipherSize), std::vector<uint8_t>(cipherSize, 0));
+}
+
+TEST_P(EveryProvider, AFailedDecryptWipesItsOutput) {
+  Ref<CSessionKey> key = MakeKey(k.CALG_DES(), u"wipe");
+  Ref<CMessagetext> message = Message(ByteArray(std::vector<uint8_t>(4096, 0xA5)));
+  ASSERT_TRUE(key->Encrypt(message));
+  ByteArray damaged = Content(message);
+  damaged[damaged.size() - 1] ^= 0x5A;  // the padding no longer checks
+  ASSERT_TRUE(message->SetMessageText(damaged));
+  EXPECT_FALSE(key->Decrypt(message));
+  EXPECT_EQ(WorkingBytes(key, damaged.size()), std::vector<uint8_t>(damaged.size(), 0));
+  EXPECT_EQ(Content(message), damaged);
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 // length in bytes, the cipher mode, the algorithm Encrypt asks for), an IV for a stream cipher,
 // and LoadSessionKey's own steps: the old key that cannot be destroyed, an RC2 length that cannot
 // be set after the import, and the flags the import is made with.
-#include "support/PlatformSpy.h"  // wincrypt macros must come before the constants catalogue
+#include "support/PlatformSpy.h"
 
 #include "keys/CSessionKey.h"
 
@@ -17,6 +17,7 @@
 #include "data/CMessagetext.h"
 #include "errors/QuivError.h"
 #include "signing/CRSAKeyPair.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 #include "support/SessionKeyFixture.h"
 
@@ -36,7 +37,7 @@ class CSessionKeyFailureTest : public test::SessionKeyFixture {
     spy.Break(Call::None);  // the keys are cleared through the real calls
     if (!exchange.IsNothing()) {
       exchange->Clear();
-      exchange->Terminate();
+      Internal(exchange).Terminate();
     }
     SessionKeyFixture::TearDown();
   }
@@ -48,8 +49,8 @@ class CSessionKeyFailureTest : public test::SessionKeyFixture {
   // A new RC2 key wrapped for this session's own exchange key pair, as hex.
   String WrappedKey() {
     exchange = MakeRef<CRSAKeyPair>();
-    EXPECT_TRUE(exchange->SetProvider(provider));
-    EXPECT_TRUE(exchange->SetExOrSigKeyObject(static_cast<int16_t>(k.AT_KEYEXCHANGE())));
+    EXPECT_TRUE(Internal(exchange).SetProvider(provider));
+    EXPECT_TRUE(Internal(exchange).SetExOrSigKeyObject(static_cast<int16_t>(k.AT_KEYEXCHANGE())));
     EXPECT_TRUE(exchange->SetModulus(512));
     EXPECT_TRUE(exchange->GenerateKeyPair());
     String blob;
@@ -86,23 +87,23 @@ TEST_F(CSessionKeyFailureTest, ANonRC2KeyWhoseLengthCannotBeReadSaysSo) {
 TEST_F(CSessionKeyFailureTest, TheRC2RuleStopsWhereTheKeysAlgorithmCannotBeRead) {
   Ref<CSessionKey> key = MakeKey(k.CALG_RC2());
   BreakRead(k.KP_ALGID());
-  EXPECT_TRUE(FailedWith(key->IfRC2ChangeLength(), key->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(key).IfRC2ChangeLength(), key->m_oLastError,
                          KEY_ERROR_UNABLE_TO_GET_KEY_ALGORITHM_ID,
                          "QUIV.CSessionKey.IfRC2ChangeLength"));
   EXPECT_TRUE(FailedWith(key->GenerateSessionKey(), key->m_oLastError,
                          KEY_ERROR_UNABLE_TO_SET_RC2_KEY_LENGTH,
                          "QUIV.CSessionKey.GenerateSessionKey"));
   HCRYPTKEY handle = 0;
-  EXPECT_FALSE(key->GetKeyHandle(handle));
+  EXPECT_FALSE(Internal(key).GetKeyHandle(handle));
 }
 
 TEST_F(CSessionKeyFailureTest, TheRC2RuleStopsWhereTheEffectiveLengthCannotBeRead) {
   Ref<CSessionKey> rc2 = MakeKey(k.CALG_RC2());
   Ref<CSessionKey> rc4 = MakeKey(k.CALG_RC4());
   BreakRead(k.KP_EFFECTIVE_KEYLEN());
-  EXPECT_TRUE(FailedWith(rc2->IfRC2ChangeLength(), rc2->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(rc2).IfRC2ChangeLength(), rc2->m_oLastError,
                          KEY_ERROR_UNABLE_TO_GET_KEY_LENGTH, "QUIV.CSessionKey.IfRC2ChangeLength"));
-  EXPECT_TRUE(rc4->IfRC2ChangeLength()) << Message(rc4);  // the length of RC2 keys only
+  EXPECT_TRUE(Internal(rc4).IfRC2ChangeLength()) << Message(rc4);  // the length of RC2 keys only
 }
 
 TEST_F(CSessionKeyFailureTest, TheBlockLengthInBytesReportsItsOwnFailure) {

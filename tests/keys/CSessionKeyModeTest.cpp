@@ -1,6 +1,6 @@
 // CSessionKey: cipher mode and feedback by code and by number, the IV (random, loaded, unloaded)
 // and random bytes, on every provider and with the platform refusing each step.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "keys/CSessionKey.h"
 

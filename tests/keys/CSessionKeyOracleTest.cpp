@@ -12,7 +12,7 @@
 //      this keeps the oracle's key faithful rather than changing a ciphertext);
 //   5. no salt (the object always derives with CRYPT_NO_SALT); block ciphers in CBC with an IV
 //      of zeros and PKCS#5 padding, RC4 as a plain stream without IV.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 // rule per provider), the getters of the held key, Clear and termination, the IHash answers and
 // the permissions. Modes and IVs are in CSessionKeyModeTest.cpp, encryption in
 // CSessionKeyEncryptTest.cpp, transport in CSessionKeyTransportTest.cpp.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "keys/CSessionKey.h"
 
@@ -20,6 +20,7 @@
 #include "errors/QuivError.h"
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/PlatformSpy.h"
 #include "support/RecordMatchers.h"
 #include "support/SessionKeyFixture.h"
@@ -57,7 +58,7 @@ TEST_P(EveryProvider, AFreshObjectMakesAnExportableUnsaltedRC2KeyOfTheDefaultLen
   EXPECT_EQ(code, String(u"CALG_RC2"));
   // No salt: KP_SALT of the platform key is empty.
   HCRYPTKEY handle = 0;
-  ASSERT_TRUE(key->GetKeyHandle(handle));
+  ASSERT_TRUE(Internal(key).GetKeyHandle(handle));
   DWORD saltLength = 64;
   BYTE salt[64];
   ASSERT_TRUE(platform::Platform().CryptGetKeyParam(handle, static_cast<DWORD>(k.KP_SALT()), salt,
@@ -108,7 +109,7 @@ TEST_F(SessionKeyBase, TheFlagWordSplitsTheLengthIntoItsTwoBytes) {
   EXPECT_TRUE(Shows(key, "key len=4660")) << Message(key);
   EXPECT_TRUE(Shows(key, "unloadable=0")) << Message(key);
   HCRYPTKEY handle = 0;
-  EXPECT_FALSE(key->GetKeyHandle(handle));
+  EXPECT_FALSE(Internal(key).GetKeyHandle(handle));
 }
 
 TEST_F(SessionKeyBase, ThePhraseIsHashedAsUtf16WithOneTerminatingNul) {
@@ -140,8 +141,8 @@ TEST_F(SessionKeyBase, TheDerivedKeyIsTheOneTheDocumentedDerivationGives) {
   Ref<CSessionKey> key = MakeKey(k.CALG_3DES(), u"correct horse");
   platform::IPlatform& p = platform::Platform();
   HCRYPTHASH hash = 0;
-  ASSERT_TRUE(
-      p.CryptCreateHash(provider->ContextHandle(), static_cast<ALG_ID>(k.CALG_MD5()), 0, 0, &hash));
+  ASSERT_TRUE(p.CryptCreateHash(Internal(provider).ContextHandle(),
+                                static_cast<ALG_ID>(k.CALG_MD5()), 0, 0, &hash));
   const std::u16string text = u"correct horse";
   std::vector<uint8_t> bytes;
   for (char16_t c : text) {
@@ -151,7 +152,8 @@ TEST_F(SessionKeyBase, TheDerivedKeyIsTheOneTheDocumentedDerivationGives) {
   bytes.insert(bytes.end(), {0, 0});
   ASSERT_TRUE(p.CryptHashData(hash, bytes.data(), static_cast<DWORD>(bytes.size()), 0));
   HCRYPTKEY manual = 0;
-  ASSERT_TRUE(p.CryptDeriveKey(provider->ContextHandle(), static_cast<ALG_ID>(k.CALG_3DES()), hash,
+  ASSERT_TRUE(p.CryptDeriveKey(Internal(provider).ContextHandle(),
+                               static_cast<ALG_ID>(k.CALG_3DES()), hash,
                                static_cast<DWORD>(k.CRYPT_NO_SALT()), &manual));
   p.CryptDestroyHash(hash);
   std::vector<uint8_t> buffer(m_sample.ToVector());
@@ -258,7 +260,7 @@ TEST_F(SessionKeyBase, GenerationReplacesTheKeyItHeld) {
   OpenBase();
   Ref<CSessionKey> key = MakeKey(k.CALG_RC4());
   HCRYPTKEY first = 0;
-  ASSERT_TRUE(key->GetKeyHandle(first));
+  ASSERT_TRUE(Internal(key).GetKeyHandle(first));
   ASSERT_TRUE(key->GenerateSessionKey());
   DWORD length = 4;
   BYTE value[4];
@@ -306,7 +308,7 @@ TEST_F(SessionKeyBase, EachDerivationStepReportsItsOwnCode) {
   EXPECT_TRUE(FailedWith(key->GenerateSessionKey(), key->m_oLastError,
                          HASH_ERROR_UNABLE_TO_CREATE_CRYPTOAPI_HASH_OBJECT, source));
   HCRYPTKEY handle = 0;
-  EXPECT_FALSE(key->GetKeyHandle(handle));
+  EXPECT_FALSE(Internal(key).GetKeyHandle(handle));
   // A hash made for a failed derivation does not stay behind (the one whose release was made
   // to fail aside).
   EXPECT_EQ(spy.hashesMade, spy.hashesDestroyed + 1);
@@ -320,7 +322,7 @@ TEST_F(SessionKeyBase, ARandomKeyTheProviderCannotMakeFails) {
                          KEY_ERROR_UNABLE_TO_CREATE_KEY, "QUIV.CSessionKey.GenerateSessionKey"));
   EXPECT_TRUE(Shows(key, "key len=0")) << Message(key);
   HCRYPTKEY handle = 0;
-  EXPECT_FALSE(key->GetKeyHandle(handle));
+  EXPECT_FALSE(Internal(key).GetKeyHandle(handle));
 }
 
 TEST_F(SessionKeyBase, GenerationStopsWhenTheOldKeyCannotBeDestroyed) {
@@ -333,7 +335,7 @@ TEST_F(SessionKeyBase, GenerationStopsWhenTheOldKeyCannotBeDestroyed) {
                          KEY_ERROR_UNABLE_TO_DESTROY_KEY, "QUIV.CSessionKey.GenerateSessionKey"));
   EXPECT_TRUE(spy.genKeyFlags.empty());
   HCRYPTKEY handle = 0;
-  EXPECT_TRUE(key->GetKeyHandle(handle));  // the old key is still held
+  EXPECT_TRUE(Internal(key).GetKeyHandle(handle));  // the old key is still held
 }
 
 // --- The RC2 effective-length rule ---
@@ -386,7 +388,7 @@ TEST_F(SessionKeyBase, AFailedLengthChangeLeavesNoKey) {
                          KEY_ERROR_UNABLE_TO_SET_RC2_KEY_LENGTH,
                          "QUIV.CSessionKey.GenerateSessionKey"));
   HCRYPTKEY handle = 0;
-  EXPECT_FALSE(key->GetKeyHandle(handle));
+  EXPECT_FALSE(Internal(key).GetKeyHandle(handle));
   EXPECT_EQ(spy.keysDestroyed, 0);  // the platform key is not destroyed by the failure
 }
 
@@ -399,7 +401,7 @@ TEST_F(SessionKeyBase, AnUnreadableProviderNameFailsTheLengthRule) {
   EXPECT_TRUE(FailedWith(key->GenerateSessionKey(), key->m_oLastError,
                          KEY_ERROR_UNABLE_TO_SET_RC2_KEY_LENGTH,
                          "QUIV.CSessionKey.GenerateSessionKey"));
-  EXPECT_TRUE(FailedWith(key->IfRC2ChangeLength(), key->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(key).IfRC2ChangeLength(), key->m_oLastError,
                          PROVIDER_ERROR_UNABLE_TO_GET_PROVIDER_NAME,
                          "QUIV.CSessionKey.IfRC2ChangeLength"));
 }
@@ -407,16 +409,16 @@ TEST_F(SessionKeyBase, AnUnreadableProviderNameFailsTheLengthRule) {
 TEST_F(SessionKeyBase, OnlyAnRC2SettingMayChangeTheEffectiveLength) {
   OpenEnhanced();
   Ref<CSessionKey> key = MakeKey(k.CALG_RC2());
-  ASSERT_TRUE(key->ChangeRC2KeyLength(64));
+  ASSERT_TRUE(Internal(key).ChangeRC2KeyLength(64));
   int32_t bits = 0;
-  ASSERT_TRUE(key->GetRC2KeyLength(bits));
+  ASSERT_TRUE(Internal(key).GetRC2KeyLength(bits));
   EXPECT_EQ(bits, 64);
   ASSERT_TRUE(key->SetKeyAlgorithmID(k.CALG_DES()));
-  EXPECT_TRUE(FailedWith(key->ChangeRC2KeyLength(40), key->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(key).ChangeRC2KeyLength(40), key->m_oLastError,
                          KEY_ERROR_CAN_ONLY_SET_RC2_KEY_LENGTHS,
                          "QUIV.CSessionKey.ChangeRC2KeyLength"));
   ASSERT_TRUE(key->SetKeyAlgorithmID(k.CALG_RC2()));
-  EXPECT_TRUE(FailedWith(key->ChangeRC2KeyLength(0), key->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(key).ChangeRC2KeyLength(0), key->m_oLastError,
                          KEY_ERROR_UNABLE_TO_SET_RC2_KEY_LENGTH,
                          "QUIV.CSessionKey.ChangeRC2KeyLength"));
 }
@@ -443,11 +445,12 @@ TEST_P(EveryProvider, EveryKeyOperationNeedsAKey) {
   EXPECT_TRUE(FailedWith(key->GetKeyLength(number), record, code, "QUIV.CSessionKey.GetKeyLength"));
   EXPECT_TRUE(Shows(key, "RC2 key:=False")) << Message(key);
   EXPECT_TRUE(Shows(key, "o_lKeyLen=-7")) << Message(key);
-  EXPECT_TRUE(FailedWith(key->GetKeyHandle(handle), record, code, "QUIV.CSessionKey.GetKeyHandle"));
-  EXPECT_TRUE(FailedWith(key->GetKeyParam(k.KP_ALGID(), value), record, code,
+  EXPECT_TRUE(FailedWith(Internal(key).GetKeyHandle(handle), record, code,
+                         "QUIV.CSessionKey.GetKeyHandle"));
+  EXPECT_TRUE(FailedWith(Internal(key).GetKeyParam(k.KP_ALGID(), value), record, code,
                          "QUIV.CSessionKey.GetKeyParam"));
-  EXPECT_TRUE(
-      FailedWith(key->GetRC2KeyLength(number), record, code, "QUIV.CSessionKey.GetRC2KeyLength"));
+  EXPECT_TRUE(FailedWith(Internal(key).GetRC2KeyLength(number), record, code,
+                         "QUIV.CSessionKey.GetRC2KeyLength"));
   EXPECT_TRUE(
       FailedWith(key->GetCipherModeID(number), record, code, "QUIV.CSessionKey.GetCipherModeID"));
   EXPECT_TRUE(
@@ -546,16 +549,34 @@ TEST_F(SessionKeyBase, AnEffectiveLengthBelowFortyIsLeftAlone) {
   EXPECT_EQ(KeyLength(key), 32);
 }
 
+TEST_F(SessionKeyBase, AnEffectiveLengthOfExactlyFortyFollowsTheKeyLength) {
+  OpenEnhanced();
+  Spy spy;
+  platform::ScopedPlatformOverride use(spy);
+  spy.answers[static_cast<DWORD>(k.KP_EFFECTIVE_KEYLEN())] = 40;
+  Ref<CSessionKey> key = MakeKey(k.CALG_RC2(), String(), 56);
+  EXPECT_EQ(spy.Written(k.KP_EFFECTIVE_KEYLEN()), std::vector<DWORD>{56});
+}
+
+TEST_F(SessionKeyBase, AnEffectiveLengthOfThirtyNineIsLeftAlone) {
+  OpenEnhanced();
+  Spy spy;
+  platform::ScopedPlatformOverride use(spy);
+  spy.answers[static_cast<DWORD>(k.KP_EFFECTIVE_KEYLEN())] = 39;
+  Ref<CSessionKey> key = MakeKey(k.CALG_RC2(), String(), 56);
+  EXPECT_TRUE(spy.Written(k.KP_EFFECTIVE_KEYLEN()).empty());
+}
+
 TEST_F(SessionKeyBase, TheEffectiveLengthIsWrittenAsALittleEndianWord) {
   OpenEnhanced();
   Ref<CSessionKey> key = MakeKey(k.CALG_RC2());
   Spy spy;
   platform::ScopedPlatformOverride use(spy);
-  ASSERT_TRUE(key->ChangeRC2KeyLength(300));
+  ASSERT_TRUE(Internal(key).ChangeRC2KeyLength(300));
   EXPECT_EQ(spy.Written(k.KP_EFFECTIVE_KEYLEN()), std::vector<DWORD>{300});
   EXPECT_EQ(KeyLength(key), 300);  // RC2 reports its effective length, not the key bytes
   Variant bytes;
-  ASSERT_TRUE(key->GetKeyParam(k.KP_KEYLEN(), bytes));
+  ASSERT_TRUE(Internal(key).GetKeyParam(k.KP_KEYLEN(), bytes));
   EXPECT_EQ(bytes.ToLong(), 128);
   // The new length is also the setting the next key is made with (too long for a new key here).
   ASSERT_TRUE(key->SetKeyPhrase(u"next"));
@@ -588,9 +609,9 @@ TEST_F(SessionKeyBase, AKeyParameterThePlatformCannotReadFailsEachGetter) {
                          KEY_ERROR_UNABLE_TO_GET_CIPHER_MODE_BITS,
                          "QUIV.CSessionKey.GetFeedbackBits"));
   Variant raw;
-  EXPECT_TRUE(FailedWith(key->GetKeyParam(k.KP_KEYLEN(), raw), key->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(key).GetKeyParam(k.KP_KEYLEN(), raw), key->m_oLastError,
                          KEY_ERROR_CRYPTGETKEYPARAM_FAILED, "QUIV.CSessionKey.GetKeyParam"));
-  EXPECT_TRUE(FailedWith(key->GetRC2KeyLength(value), key->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(key).GetRC2KeyLength(value), key->m_oLastError,
                          KEY_ERROR_UNABLE_TO_GET_EFFECTIVE_KEYLENGTH,
                          "QUIV.CSessionKey.GetRC2KeyLength"));
   // Only the effective length unreadable: GetKeyLength names the RC2 branch.
@@ -613,9 +634,9 @@ TEST_F(SessionKeyBase, ClearDestroysTheKeyAndKeepsTheSettings) {
   ASSERT_TRUE(key->GenerateSessionKey());
   const ByteArray cipher = EncryptOnce(key, m_sample);
   HCRYPTKEY handle = 0;
-  ASSERT_TRUE(key->GetKeyHandle(handle));
+  ASSERT_TRUE(Internal(key).GetKeyHandle(handle));
   ASSERT_TRUE(key->Clear());
-  EXPECT_FALSE(key->GetKeyHandle(handle));
+  EXPECT_FALSE(Internal(key).GetKeyHandle(handle));
   DWORD length = 4;
   BYTE value[4];
   EXPECT_FALSE(platform::Platform().CryptGetKeyParam(handle, static_cast<DWORD>(k.KP_ALGID()),
@@ -635,7 +656,7 @@ TEST_F(SessionKeyBase, AFailedClearKeepsTheKey) {
                            "QUIV.CSessionKey.Clear"));
   }
   HCRYPTKEY handle = 0;
-  EXPECT_TRUE(key->GetKeyHandle(handle));
+  EXPECT_TRUE(Internal(key).GetKeyHandle(handle));
   EXPECT_TRUE(key->Clear());
 }
 
@@ -645,14 +666,14 @@ TEST_F(SessionKeyBase, TerminationLeavesTheKeyAndTheDestructorThenKeepsAway) {
   platform::ScopedPlatformOverride use(spy);
   {
     Ref<CSessionKey> key = MakeRef<CSessionKey>();
-    ASSERT_TRUE(key->SetProvider(provider));
+    ASSERT_TRUE(Internal(key).SetProvider(provider));
     ASSERT_TRUE(key->GenerateSessionKey());
-    key->Terminate();
+    Internal(key).Terminate();
   }
   EXPECT_EQ(spy.keysDestroyed, 0);
   {
     Ref<CSessionKey> key = MakeRef<CSessionKey>();
-    ASSERT_TRUE(key->SetProvider(provider));
+    ASSERT_TRUE(Internal(key).SetProvider(provider));
     ASSERT_TRUE(key->GenerateSessionKey());
   }
   EXPECT_EQ(spy.keysDestroyed, 1);  // dropped without termination: its key goes with it
@@ -661,9 +682,9 @@ TEST_F(SessionKeyBase, TerminationLeavesTheKeyAndTheDestructorThenKeepsAway) {
 TEST_F(SessionKeyBase, TerminationDropsTheProviderReference) {
   OpenBase();
   Ref<CSessionKey> key = MakeRef<CSessionKey>();
-  ASSERT_TRUE(key->SetProvider(provider));
+  ASSERT_TRUE(Internal(key).SetProvider(provider));
   const long held = provider.UseCount();
-  key->Terminate();
+  Internal(key).Terminate();
   EXPECT_EQ(provider.UseCount(), held - 1);
 }
 
@@ -674,7 +695,7 @@ TEST_F(SessionKeyBase, OnStartPageMakesTheRecordAndHandsItThePage) {
   ASSERT_TRUE(key->OnStartPage(MakeRef<MapPageContext>(variables, String(u"k=1"))));
   ASSERT_FALSE(key->m_oLastError.IsNothing());
   HCRYPTKEY handle = 0;
-  EXPECT_FALSE(key->GetKeyHandle(handle));
+  EXPECT_FALSE(Internal(key).GetKeyHandle(handle));
   EXPECT_EQ(key->m_oLastError->m_sWebPageURL.ToUtf8(), "/key.asp?k=1");
 }
 
@@ -686,7 +707,7 @@ TEST_F(SessionKeyBase, AnotherProviderTakesEffectAtTheNextUse) {
   ASSERT_TRUE(key->GenerateSessionKey());
   EXPECT_EQ(KeyLength(key), 128);
   ASSERT_TRUE(key->Clear());
-  ASSERT_TRUE(key->SetProvider(base));
+  ASSERT_TRUE(Internal(key).SetProvider(base));
   // The Enhanced rule stored its 128 bits as the length setting, which the Base provider refuses.
   EXPECT_TRUE(FailedWith(key->GenerateSessionKey(), key->m_oLastError,
                          KEY_ERROR_UNABLE_TO_CREATE_KEY, "QUIV.CSessionKey.GenerateSessionKey"));
@@ -716,7 +737,7 @@ TEST_P(EveryProvider, TheHashableContractHandsOutTheKeyHandleOnly) {
   HCRYPTKEY own = 0;
   const Ref<IHash> hashable = key;
   ASSERT_TRUE(hashable->GetSessionKeyHandle(fromHash));
-  ASSERT_TRUE(key->GetKeyHandle(own));
+  ASSERT_TRUE(Internal(key).GetKeyHandle(own));
   EXPECT_EQ(fromHash, own);
   EXPECT_NE(own, 0u);
 }

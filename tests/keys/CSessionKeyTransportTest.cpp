@@ -1,6 +1,6 @@
 // CSessionKey: moving a session key between provider sessions as a SIMPLEBLOB wrapped by an RSA
 // exchange key, the recorded Windows import, and what a refused load or unload leaves behind.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "keys/CSessionKey.h"
 
@@ -18,6 +18,7 @@
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 #include "support/SessionKeyFixture.h"
 #include "support/TempKeyStore.h"
@@ -49,24 +50,24 @@ struct Session {
     }
     ASSERT_TRUE(provider->LoadProvider());
     exchange = MakeRef<CRSAKeyPair>();
-    ASSERT_TRUE(exchange->SetProvider(provider));
-    ASSERT_TRUE(exchange->SetExOrSigKeyObject(static_cast<int16_t>(k.AT_KEYEXCHANGE())));
+    ASSERT_TRUE(Internal(exchange).SetProvider(provider));
+    ASSERT_TRUE(Internal(exchange).SetExOrSigKeyObject(static_cast<int16_t>(k.AT_KEYEXCHANGE())));
   }
   Ref<CSessionKey> NewKey() {
     Ref<CSessionKey> key = MakeRef<CSessionKey>();
-    EXPECT_TRUE(key->SetProvider(provider));
+    EXPECT_TRUE(Internal(key).SetProvider(provider));
     keys.push_back(key);
     return key;
   }
   void Close() {
     for (Ref<CSessionKey>& key : keys) {
       key->Clear();
-      key->Terminate();
+      Internal(key).Terminate();
     }
     keys.clear();
     if (!exchange.IsNothing()) {
       exchange->Clear();
-      exchange->Terminate();
+      Internal(exchange).Terminate();
     }
     if (!provider.IsNothing()) provider->TerminateAll();
   }
@@ -206,7 +207,7 @@ TEST_F(TransportBase, APublicKeyBlobIsNoSessionKeyAndTheOldKeyIsGone) {
   EXPECT_NE(test::KeyMessage(key).find("(i_nLoadFormat=2)"), std::string::npos)
       << test::KeyMessage(key);
   HCRYPTKEY handle = 0;
-  EXPECT_FALSE(key->GetKeyHandle(handle));
+  EXPECT_FALSE(Internal(key).GetKeyHandle(handle));
 }
 
 TEST_F(TransportBase, EachLoadStepReportsItsOwnCode) {
@@ -239,7 +240,7 @@ TEST_F(TransportBase, EachLoadStepReportsItsOwnCode) {
   EXPECT_TRUE(FailedWith(key->LoadSessionKey(receiver.exchange, blob, STRING_HEX),
                          key->m_oLastError, KEY_ERROR_CRYPTIMPORTKEY_FAILED, source));
   HCRYPTKEY handle = 0;
-  EXPECT_FALSE(key->GetKeyHandle(handle));
+  EXPECT_FALSE(Internal(key).GetKeyHandle(handle));
 }
 
 TEST_F(TransportBase, EachUnloadStepReportsItsOwnCode) {

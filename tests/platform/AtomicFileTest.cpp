@@ -1,18 +1,26 @@
-// AtomicFile: replacement, modes, failure clean-up, what Read accepts, stale temporaries.
+// AtomicFile: replacement, modes, failure clean-up, what Read accepts, stale temporaries, the
+// order of the system calls that make a write durable, and removal of whatever is at a path.
 #include "platform/AtomicFile.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstring>
 #include <fstream>
+#include <map>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
+#include "platform/AtomicFileCalls.h"
 #include "platform/CspError.h"
 #include "platform/wincrypt.h"
 #include "support/PlatformTestHelpers.h"
+#include "support/StoreLogRecorder.h"
 #include "support/TempKeyStore.h"
 
 namespace quiv::platform {
@@ -117,6 +125,109 @@ TEST_F(AtomicFileTest, StaleTemporariesAreRemovedAndNothingElse) {
   EXPECT_EQ(EntriesIn(m_temp.folder()), 2u);
   EXPECT_TRUE(fs::exists(m_file));
   EXPECT_TRUE(fs::exists(m_temp.folder() / "tmp-not-ours"));
+}
+
+TEST_F(AtomicFileTest, RemoveTakesAwayAFolderInPlaceOfAFileWithoutFollowingLinks) {
+  const fs::path outside = m_temp.folder() / "outside";
+  std::ofstream(outside) << "keep";
+  fs::create_directories(m_file / "inner");
+  std::ofstream(m_file / "inner" / "data") << "x";
+  fs::create_symlink(outside, m_file / "link");
+  fs::create_directory_symlink(m_temp.folder(), m_file / "inner" / "up");
+  EXPECT_TRUE(AtomicFile::Remove(m_file));
+  EXPECT_FALSE(fs::exists(fs::symlink_status(m_file)));
+  EXPECT_TRUE(fs::exists(outside));
+  EXPECT_EQ(EntriesIn(m_temp.folder()), 1u);
+  // A symbolic link in place of a file: the link goes, its target stays.
+  fs::create_symlink(outside, m_file);
+  EXPECT_TRUE(AtomicFile::Remove(m_file));
+  EXPECT_FALSE(fs::exists(fs::symlink_status(m_file)));
+  EXPECT_TRUE(fs::exists(outside));
+}
+
+TEST_F(AtomicFileTest, RemoveThatCannotSaysWhyInTheLog) {
+  // As root no permission applies, so the removal is refused in a child that drops it.
+  fs::create_directories(m_file / "inner");
+  std::ofstream(m_file / "inner" / "data") << "x";
+  ASSERT_EQ(0, ::chmod(m_temp.folder().c_str(), 0777));
+  const pid_t child = ::fork();
+  if (child == 0) {
+    test::StoreLogRecorder log;
+    if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) ::_exit(10);
+    if (ErrorOf([&] { AtomicFile::Remove(m_file); }) != static_cast<uint32_t>(NTE_PERM)) {
+      ::_exit(1);
+    }
+    const std::string text = log.Text();
+    if (text.find("cannot remove " + m_file.string()) == std::string::npos) ::_exit(2);
+    if (text.find(std::strerror(EACCES)) == std::string::npos) ::_exit(3);
+    ::_exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ::chmod(m_temp.folder().c_str(), 0700);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
+  EXPECT_TRUE(fs::exists(m_file / "inner" / "data"));
+}
+
+// Records, in order, the durability-relevant calls a write makes ("fsync <path>",
+// "rename <from> <to>", "unlink <path>"), naming descriptors by the path they were opened on,
+// and makes the calls for real.
+class RecordingCalls final : public AtomicFileCalls {
+ public:
+  int Open(const fs::path& path, int flags, mode_t mode) override {
+    const int fd = AtomicFileCalls::Open(path, flags, mode);
+    if (fd >= 0) m_paths[fd] = path;
+    return fd;
+  }
+  int Fsync(int fd) override {
+    m_calls.push_back("fsync " + m_paths[fd].string());
+    return AtomicFileCalls::Fsync(fd);
+  }
+  int Rename(const fs::path& from, const fs::path& to) override {
+    m_calls.push_back("rename " + from.string() + " " + to.string());
+    return AtomicFileCalls::Rename(from, to);
+  }
+  int Unlink(const fs::path& path) override {
+    m_calls.push_back("unlink " + path.string());
+    return AtomicFileCalls::Unlink(path);
+  }
+  const std::vector<std::string>& calls() const { return m_calls; }
+
+ private:
+  std::map<int, fs::path> m_paths;
+  std::vector<std::string> m_calls;
+};
+
+class AtomicFileCallOrderTest : public AtomicFileTest {
+ protected:
+  void SetUp() override { AtomicFile::SetCalls(&m_recorder); }
+  void TearDown() override {
+    AtomicFile::SetCalls(nullptr);
+    AtomicFileTest::TearDown();
+  }
+  RecordingCalls m_recorder;
+};
+
+// A crash may come between any two calls; only this order leaves the old or the new file whole
+// and, once Write returns, the new one on disk: the temporary's data is synced before the rename
+// can make it the target, and the folder is synced after the rename so that the new name lasts.
+TEST_F(AtomicFileCallOrderTest, WriteSyncsTheTemporaryThenRenamesThenSyncsTheFolder) {
+  AtomicFile::Write(m_file, Bytes{1, 2, 3});
+  const std::vector<std::string>& calls = m_recorder.calls();
+  ASSERT_EQ(calls.size(), 3u) << ::testing::PrintToString(calls);
+  const std::string prefix = "fsync " + (m_temp.folder() / AtomicFile::kTempPrefix).string();
+  EXPECT_TRUE(calls[0].starts_with(prefix)) << calls[0];
+  const std::string temporary = calls[0].substr(6);
+  EXPECT_EQ(calls[1], "rename " + temporary + " " + m_file.string());
+  EXPECT_EQ(calls[2], "fsync " + m_temp.folder().string());
+  EXPECT_EQ(*AtomicFile::Read(m_file, 100), (SecureBytes{1, 2, 3}));
+}
+
+TEST_F(AtomicFileCallOrderTest, RemoveUnlinksThenSyncsTheFolder) {
+  std::ofstream(m_file) << "x";
+  EXPECT_TRUE(AtomicFile::Remove(m_file));
+  EXPECT_EQ(m_recorder.calls(), (std::vector<std::string>{"unlink " + m_file.string(),
+                                                          "fsync " + m_temp.folder().string()}));
 }
 
 TEST(AtomicFileErrors, ErrnoMapsToProviderCodes) {

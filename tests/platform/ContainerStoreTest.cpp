@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <optional>
@@ -25,6 +26,7 @@
 #include "platform/AtomicFile.h"
 #include "platform/CspError.h"
 #include "support/PlatformTestHelpers.h"
+#include "support/StoreLogRecorder.h"
 #include "support/TempKeyStore.h"
 
 namespace quiv::platform {
@@ -402,6 +404,156 @@ TEST_F(ContainerStoreTest, AStoreTheUserCannotWriteIsPerm) {
   EXPECT_EQ(ExitStatusOf(child), 0);
   ::chmod(m_user.folder().c_str(), 0700);
   EXPECT_TRUE(m_user.Exists("root-only"));
+}
+
+// ---- The store folder -----------------------------------------------------------------------
+
+// Every operation on `store` fails with `code` (Exists, Open, List, Create, StorePair, Delete).
+void ExpectEveryOperationFails(ContainerStore& store, uint32_t code) {
+  EXPECT_EQ(ErrorOf([&] { store.Exists("c"); }), code);
+  EXPECT_EQ(ErrorOf([&] { store.Open("c"); }), code);
+  EXPECT_EQ(ErrorOf([&] { store.List(); }), code);
+  EXPECT_EQ(ErrorOf([&] { store.Create("new"); }), code);
+  EXPECT_EQ(ErrorOf([&] { store.StorePair("c", AT_SIGNATURE, Bytes{1}); }), code);
+  EXPECT_EQ(ErrorOf([&] { store.LoadPair("c", AT_SIGNATURE); }), code);
+  EXPECT_EQ(ErrorOf([&] { store.Delete("c"); }), code);
+}
+
+TEST_F(ContainerStoreTest, AStoreFolderThatIsASymbolicLinkIsRefused) {
+  const test::StoreLogRecorder log;
+  const fs::path elsewhere = m_temp.folder() / "elsewhere";
+  ContainerStore real(StoreScope::User, elsewhere);
+  real.Create("c");
+  fs::create_directory_symlink(elsewhere, m_user.folder());
+  ExpectEveryOperationFails(m_user, Code(NTE_PERM));
+  EXPECT_NE(log.Text().find(m_user.folder().string() + ": it is a symbolic link"),
+            std::string::npos)
+      << log.Text();
+  EXPECT_EQ(real.List(), std::vector<std::string>{"c"});  // nothing was done through the link
+  EXPECT_EQ(ContainerFiles(elsewhere).size(), 1u);
+}
+
+TEST_F(ContainerStoreTest, AStoreFolderOthersMayWriteToIsRefusedAndLeftAsItIs) {
+  for (const mode_t mode : {mode_t{0777}, mode_t{0720}, mode_t{0702}}) {
+    const test::StoreLogRecorder log;
+    fs::create_directories(m_user.folder());
+    ASSERT_EQ(0, ::chmod(m_user.folder().c_str(), mode));
+    ExpectEveryOperationFails(m_user, Code(NTE_PERM));
+    EXPECT_EQ(ModeOf(m_user.folder()), mode);
+    char octal[8];
+    std::snprintf(octal, sizeof octal, "%04o", static_cast<unsigned>(mode));
+    EXPECT_NE(log.Text().find("group or others may write to it (mode " + std::string(octal)),
+              std::string::npos)
+        << log.Text();
+    fs::remove(m_user.folder());
+  }
+}
+
+TEST_F(ContainerStoreTest, AStoreFolderOwnedByAnotherUserIsRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "giving a folder to another user needs root";
+  const test::StoreLogRecorder log;
+  fs::create_directories(m_user.folder());
+  ASSERT_EQ(0, ::chmod(m_user.folder().c_str(), 0755));
+  ASSERT_EQ(0, ::chown(m_user.folder().c_str(), 65534, 65534));
+  ExpectEveryOperationFails(m_user, Code(NTE_PERM));
+  EXPECT_NE(log.Text().find("it belongs to uid 65534, not to this user (uid 0)"), std::string::npos)
+      << log.Text();
+  EXPECT_EQ(ModeOf(m_user.folder()), 0755u);  // not ours to repair
+}
+
+TEST_F(ContainerStoreTest, AStoreFolderOthersMayOnlyReadIsMadePrivate) {
+  const test::StoreLogRecorder log;
+  m_user.Create("kept");
+  ASSERT_EQ(0, ::chmod(m_user.folder().c_str(), 0755));
+  EXPECT_EQ(m_user.List(), std::vector<std::string>{"kept"});
+  EXPECT_EQ(ModeOf(m_user.folder()), 0700u);
+  EXPECT_NE(log.Text().find(m_user.folder().string() + " had mode 0755; set to 0700"),
+            std::string::npos)
+      << log.Text();
+  // A folder that exists before the first container is checked by Create the same way.
+  fs::create_directories(m_machine.folder());
+  ASSERT_EQ(0, ::chmod(m_machine.folder().c_str(), 0750));
+  m_machine.Create("first");
+  EXPECT_EQ(ModeOf(m_machine.folder()), 0700u);
+}
+
+TEST_F(ContainerStoreTest, AFileInPlaceOfTheStoreFolderIsFail) {
+  const test::StoreLogRecorder log;
+  fs::create_directories(m_user.folder().parent_path());
+  WriteFile(m_user.folder(), Bytes{1});
+  ExpectEveryOperationFails(m_user, Code(NTE_FAIL));
+  EXPECT_NE(log.Text().find("it is not a folder"), std::string::npos) << log.Text();
+}
+
+// ---- Deleting whatever is at a container's path ---------------------------------------------
+
+TEST_F(ContainerStoreTest, DeletingAContainerReplacedByAFolderRemovesTheFolder) {
+  m_user.Create("Folded");
+  const auto files = ContainerFiles(m_user.folder());
+  ASSERT_EQ(files.size(), 1u);
+  const fs::path outside = m_temp.folder() / "outside";
+  WriteFile(outside, Bytes{9});
+  fs::remove(files[0]);
+  fs::create_directories(files[0] / "sub");
+  WriteFile(files[0] / "sub" / "file", Bytes{1});
+  fs::create_symlink(outside, files[0] / "link");
+  m_user.Delete("folded");
+  EXPECT_FALSE(fs::exists(fs::symlink_status(files[0])));
+  EXPECT_EQ(ReadFile(outside), Bytes{9});
+  EXPECT_EQ(ErrorOf([&] { m_user.Delete("folded"); }), Code(NTE_BAD_KEYSET));
+  m_user.Create("folded");  // the name is usable again
+  EXPECT_EQ(m_user.List(), std::vector<std::string>{"folded"});
+}
+
+TEST_F(ContainerStoreTest, DeletingAContainerReplacedByASymbolicLinkRemovesOnlyTheLink) {
+  m_user.Create("linked");
+  const auto files = ContainerFiles(m_user.folder());
+  ASSERT_EQ(files.size(), 1u);
+  const fs::path target = m_temp.folder() / "target";
+  fs::rename(files[0], target);
+  fs::create_symlink(target, files[0]);
+  m_user.Delete("linked");
+  EXPECT_FALSE(fs::exists(fs::symlink_status(files[0])));
+  EXPECT_TRUE(fs::exists(target));
+}
+
+TEST_F(ContainerStoreTest, ADeleteThatCannotRemoveThePathSaysWhy) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to build a folder the user cannot empty";
+  // The user's own store holds, at the container's path, a folder of root's it cannot empty.
+  m_user.Create("stuck");
+  const auto files = ContainerFiles(m_user.folder());
+  ASSERT_EQ(files.size(), 1u);
+  fs::remove(files[0]);
+  fs::create_directories(files[0] / "roots");
+  WriteFile(files[0] / "roots" / "file", Bytes{1});
+  ASSERT_EQ(0, ::chmod(m_temp.folder().c_str(), 0711));
+  ASSERT_EQ(0, ::chown(m_user.folder().c_str(), 65534, 65534));
+  ASSERT_EQ(0, ::chown(files[0].c_str(), 65534, 65534));
+  ASSERT_EQ(0, ::chown((m_user.folder() / ".lock").c_str(), 65534, 65534));
+  const pid_t child = Spawn([&]() -> int {
+    const test::StoreLogRecorder log;
+    if (::setresuid(65534, 65534, 65534) != 0) return 10;
+    ContainerStore store(StoreScope::User, m_user.folder());
+    if (ErrorOf([&] { store.Delete("stuck"); }) != Code(NTE_PERM)) return 1;
+    const std::string text = log.Text();
+    if (text.find("cannot remove " + files[0].string()) == std::string::npos) return 2;
+    if (text.find(std::strerror(EACCES)) == std::string::npos) return 3;
+    return 0;
+  });
+  EXPECT_EQ(ExitStatusOf(child), 0);
+  EXPECT_TRUE(fs::exists(files[0] / "roots" / "file"));
+  ::chown(m_user.folder().c_str(), 0, 0);
+}
+
+// ---- Stale temporary files ------------------------------------------------------------------
+
+TEST_F(ContainerStoreTest, CreatingAContainerRemovesStaleTemporaries) {
+  m_user.Create("first");
+  const fs::path stale = m_user.folder() / (std::string(AtomicFile::kTempPrefix) + "x-1-0");
+  WriteFile(stale, Bytes{1, 2, 3});
+  m_user.Create("second");
+  EXPECT_FALSE(fs::exists(stale));
+  EXPECT_EQ(m_user.List(), (std::vector<std::string>{"first", "second"}));
 }
 
 // ---- Damaged files --------------------------------------------------------------------------

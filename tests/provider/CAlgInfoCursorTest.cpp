@@ -1,7 +1,7 @@
 // CAlgInfo's cursor across refills: SetAlgorithms keeps the cursor and EOF, a cursor left beyond
 // a shorter list cannot move or read, and a failed fill keeps the view while the full list it
 // started to fill shows through the next filter.
-#include "ProviderSessionFixture.h"  // wincrypt macros come before the constants catalogue
+#include "ProviderSessionFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -17,6 +17,7 @@
 #include "errors/QuivError.h"
 #include "provider/CAlgInfo.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 
 namespace quiv {
 namespace {
@@ -41,9 +42,9 @@ class CAlgInfoCursorTest : public test::ProviderSessionFixture {
     ProviderSessionFixture::SetUp();
     ASSERT_TRUE(provider->SetProviderName(k.MS_DEF_PROV()));
     ASSERT_TRUE(provider->LoadProvider());
-    ASSERT_TRUE(provider->GetProvParamList(k.PP_ENUMALGS_EX(), items, 0));
+    ASSERT_TRUE(Internal(provider).GetProvParamList(k.PP_ENUMALGS_EX(), items, 0));
     ASSERT_EQ(items.Count(), 12u);
-    ASSERT_TRUE(info->SetAlgorithms(items));
+    ASSERT_TRUE(Internal(info).SetAlgorithms(items));
   }
 
   // The first `count` raw items, keyed from 0.
@@ -64,7 +65,7 @@ TEST_F(CAlgInfoCursorTest, ACursorBeyondAShorterListCanNeitherMoveNorRead) {
   info->MoveLast();
   Dictionary two;
   CopyFirst(2, two);
-  ASSERT_TRUE(info->SetAlgorithms(two));
+  ASSERT_TRUE(Internal(info).SetAlgorithms(two));
   EXPECT_EQ(info->AlgCount(), 2);
   EXPECT_TRUE(Raises(kErrApplicationDefined, [&] { info->MoveNext(); }));
   EXPECT_TRUE(Raises(kErrApplicationDefined, [&] { info->MovePrevious(); }));
@@ -80,13 +81,13 @@ TEST_F(CAlgInfoCursorTest, ARefillKeepsTheCursorAndEof) {
   info->MoveFirst();
   info->MoveNext();
   info->MoveNext();
-  ASSERT_TRUE(info->SetAlgorithms(items));
+  ASSERT_TRUE(Internal(info).SetAlgorithms(items));
   EXPECT_EQ(info->AlgorithmID(), IdOf(2));
 
   info->MoveLast();
   info->MoveNext();
   ASSERT_TRUE(info->Eof());
-  ASSERT_TRUE(info->SetAlgorithms(items));
+  ASSERT_TRUE(Internal(info).SetAlgorithms(items));
   EXPECT_TRUE(info->Eof());
   EXPECT_EQ(info->AlgorithmID(), IdOf(11));
 }
@@ -95,7 +96,7 @@ TEST_F(CAlgInfoCursorTest, ARefillClearsBof) {
   info->MoveFirst();
   info->MovePrevious();
   ASSERT_TRUE(info->Bof());
-  ASSERT_TRUE(info->SetAlgorithms(items));
+  ASSERT_TRUE(Internal(info).SetAlgorithms(items));
   EXPECT_FALSE(info->Bof());
   info->MoveNext();  // from a cleared BOF the cursor moves on, not back to the first record
   EXPECT_EQ(info->AlgorithmID(), IdOf(1));
@@ -107,7 +108,7 @@ TEST_F(CAlgInfoCursorTest, AFailedFillKeepsTheViewButNotTheFullList) {
   Dictionary broken;
   CopyFirst(1, broken);
   broken.Add(1, bad);
-  EXPECT_FALSE(info->SetAlgorithms(broken));
+  EXPECT_FALSE(Internal(info).SetAlgorithms(broken));
   EXPECT_EQ(info->AlgCount(), 12);
   // The full list was sized and filled up to the bad item: a filter copies it into the view.
   ASSERT_TRUE(info->FilterAlgorithms(ALL_ALGORITHMS));

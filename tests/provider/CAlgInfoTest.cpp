@@ -1,6 +1,6 @@
 // CAlgInfo: the algorithm catalogue filled from the real providers, its filters and its cursor,
 // and the provider's GetListOfAlgorithms that fills it.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "provider/CAlgInfo.h"
 
@@ -16,6 +16,7 @@
 #include "errors/QuivError.h"
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 #include "support/TempKeyStore.h"
 
@@ -160,10 +161,10 @@ TEST_F(CAlgInfoTest, AFilterThatMatchesNothingLeavesOneEmptyRecord) {
   Load(k.MS_DEF_PROV());
   // The Base list has no 3DES, but no class is empty there either: use a list of hashes only.
   Dictionary items;
-  ASSERT_TRUE(provider->GetProvParamList(k.PP_ENUMALGS_EX(), items, 0));
+  ASSERT_TRUE(Internal(provider).GetProvParamList(k.PP_ENUMALGS_EX(), items, 0));
   Dictionary hashesOnly;
   for (int32_t i = 3; i <= 6; ++i) hashesOnly.Add(i - 3, items.Item(i));
-  ASSERT_TRUE(info->SetAlgorithms(hashesOnly));
+  ASSERT_TRUE(Internal(info).SetAlgorithms(hashesOnly));
   ASSERT_TRUE(info->FilterAlgorithms(SIGNATURE_CIPHERS));
   EXPECT_EQ(info->AlgCount(), 1);
   EXPECT_EQ(info->AlgorithmID(), 0);
@@ -202,14 +203,14 @@ TEST_F(CAlgInfoTest, ANameOfExactlyItsStoredLengthReadsItsTerminator) {
   EXPECT_EQ(info->LongAlgorithmName().ToUtf8(), "RSA Data Security's RC2");
   // A hand-made item whose short name fills its field up to the stored length.
   Dictionary items;
-  ASSERT_TRUE(provider->GetProvParamList(k.PP_ENUMALGS_EX(), items, 0));
+  ASSERT_TRUE(Internal(provider).GetProvParamList(k.PP_ENUMALGS_EX(), items, 0));
   ByteArray item = items.Item(0).ToByteArray();
   const std::string name = "ABCDEFGHIJKLMNOPQRS";  // 19 characters and the terminator
   for (size_t i = 0; i < 20; ++i) item[24 + i] = i < name.size() ? name[i] : 0;
   item[20] = 20;
   Dictionary one;
   one.Add(0, item);
-  ASSERT_TRUE(info->SetAlgorithms(one));
+  ASSERT_TRUE(Internal(info).SetAlgorithms(one));
   info->MoveFirst();
   EXPECT_EQ(info->ShortAlgorithmName().ToUtf8(), name);
 }
@@ -217,32 +218,32 @@ TEST_F(CAlgInfoTest, ANameOfExactlyItsStoredLengthReadsItsTerminator) {
 TEST_F(CAlgInfoTest, ALengthWithItsTopBitSetOverflows) {
   Load(k.MS_DEF_PROV());
   Dictionary items;
-  ASSERT_TRUE(provider->GetProvParamList(k.PP_ENUMALGS_EX(), items, 0));
+  ASSERT_TRUE(Internal(provider).GetProvParamList(k.PP_ENUMALGS_EX(), items, 0));
   ByteArray item = items.Item(0).ToByteArray();
   item[15] = 0x80;  // dwMaxLen
   Dictionary one;
   one.Add(0, item);
-  EXPECT_TRUE(FailedWith(info->SetAlgorithms(one), info->m_oLastError, kErrOverflow,
+  EXPECT_TRUE(FailedWith(Internal(info).SetAlgorithms(one), info->m_oLastError, kErrOverflow,
                          "QUIV.CAlgInfo.SetAlgorithms"));
 }
 
 TEST_F(CAlgInfoTest, AnIdWithoutACodeNameFailsTheFill) {
   Load(k.MS_DEF_PROV());
   Dictionary items;
-  ASSERT_TRUE(provider->GetProvParamList(k.PP_ENUMALGS_EX(), items, 0));
+  ASSERT_TRUE(Internal(provider).GetProvParamList(k.PP_ENUMALGS_EX(), items, 0));
   ByteArray item = items.Item(0).ToByteArray();
   item[0] = 0x10;  // 0x6610 is no algorithm
   Dictionary one;
   one.Add(0, item);
-  EXPECT_TRUE(FailedWith(info->SetAlgorithms(one), info->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(info).SetAlgorithms(one), info->m_oLastError,
                          KEY_ERROR_UNABLE_TO_GET_KEY_ALGORITHM_CODE,
                          "QUIV.CAlgInfo.SetAlgorithms"));
 }
 
 TEST_F(CAlgInfoTest, AnEmptyListCannotBeSized) {
   Dictionary none;
-  EXPECT_TRUE(FailedWith(info->SetAlgorithms(none), info->m_oLastError, kErrSubscriptOutOfRange,
-                         "QUIV.CAlgInfo.SetAlgorithms"));
+  EXPECT_TRUE(FailedWith(Internal(info).SetAlgorithms(none), info->m_oLastError,
+                         kErrSubscriptOutOfRange, "QUIV.CAlgInfo.SetAlgorithms"));
 }
 
 TEST_F(CAlgInfoTest, AnUnfilledCatalogueFailsItsGettersWithoutARecord) {

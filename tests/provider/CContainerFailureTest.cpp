@@ -1,7 +1,7 @@
 // CContainer when the provider breaks underneath it: unreadable container lists, a deletion
 // that fails part way through DeleteAllContainers, a key that cannot be destroyed, and what an
 // invalid access code leaves behind for the next deletion.
-#include "ProviderSessionFixture.h"  // wincrypt macros come before the constants catalogue
+#include "ProviderSessionFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -14,6 +14,7 @@
 #include "errors/QuivError.h"
 #include "provider/CContainer.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 
 namespace quiv {
@@ -59,7 +60,7 @@ TEST_F(CContainerFailureTest, AnUnreadableListFailsEveryMethodThatNeedsIt) {
   EXPECT_TRUE(FailedWith(container->DeleteAllContainers(), Record(),
                          CONTAINER_ERROR_UNABLE_TO_GET_LIST_OF_CONTAINERS,
                          "QUIV.CContainer.DeleteAllContainers"));
-  EXPECT_TRUE(provider->HasContext());
+  EXPECT_TRUE(Internal(provider).HasContext());
 }
 
 TEST_F(CContainerFailureTest, DeleteAllContainersStopsAtTheFirstFailedDeletion) {
@@ -74,7 +75,7 @@ TEST_F(CContainerFailureTest, DeleteAllContainersStopsAtTheFirstFailedDeletion) 
     ASSERT_EQ(log.flags.size(), 1u);
     EXPECT_EQ(log.flags[0], static_cast<DWORD>(k.CRYPT_DELETEKEYSET()));
   }
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
   ASSERT_TRUE(provider->LoadProvider());
   Dictionary list;
   ASSERT_TRUE(container->GetListOfContainers(list));
@@ -84,8 +85,9 @@ TEST_F(CContainerFailureTest, DeleteAllContainersStopsAtTheFirstFailedDeletion) 
 TEST_F(CContainerFailureTest, AKeyThatCannotBeDestroyedFailsTheCheck) {
   ASSERT_TRUE(container->NewContainer(u"keys", SINGLE_USER));
   HCRYPTKEY key = 0;
-  ASSERT_TRUE(platform::Platform().CryptGenKey(
-      provider->ContextHandle(), static_cast<ALG_ID>(k.AT_KEYEXCHANGE()), 0x02000000, &key));
+  ASSERT_TRUE(platform::Platform().CryptGenKey(Internal(provider).ContextHandle(),
+                                               static_cast<ALG_ID>(k.AT_KEYEXCHANGE()), 0x02000000,
+                                               &key));
   ASSERT_TRUE(platform::Platform().CryptDestroyKey(key));
   test::FailingDestroy fake(test::FailingDestroy::What::Keys);
   platform::ScopedPlatformOverride use(fake);
@@ -114,7 +116,7 @@ TEST_F(CContainerFailureTest, CreatingAnExistingContainerFailsAndLeavesNoContext
   EXPECT_TRUE(FailedWith(false, provider->m_oLastError,
                          CONTAINER_ERROR_UNABLE_TO_CREATE_NEW_CONTAINER,
                          "QUIV.CProvider.AcquireContext"));
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
   EXPECT_TRUE(container->LoadContainer(u"twice", SINGLE_USER));
 }
 
@@ -122,12 +124,12 @@ TEST_F(CContainerFailureTest, AnInvalidAccessCodeIsKeptForTheNextDeletion) {
   ASSERT_TRUE(container->NewContainer(u"kept", SINGLE_USER));
   EXPECT_FALSE(container->NewContainer(u"other", 1));
   // The deletion takes the stored code and is refused before the context is touched.
-  const HCRYPTPROV before = provider->ContextHandle();
+  const HCRYPTPROV before = Internal(provider).ContextHandle();
   EXPECT_TRUE(FailedWith(container->DeleteContainer(u"kept"), Record(),
                          CONTAINER_ERROR_UNABLE_TO_DELETE_CONTAINER,
                          "QUIV.CContainer.DeleteContainer"));
-  EXPECT_TRUE(provider->HasContext());
-  EXPECT_EQ(provider->ContextHandle(), before);
+  EXPECT_TRUE(Internal(provider).HasContext());
+  EXPECT_EQ(Internal(provider).ContextHandle(), before);
   EXPECT_TRUE(Exists(u"kept"));
   // A valid action stores a valid code again.
   ASSERT_TRUE(container->LoadContainer(u"kept", SINGLE_USER));

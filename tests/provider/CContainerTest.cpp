@@ -1,5 +1,5 @@
 // CContainer against the real software provider, with both key stores in a temporary folder.
-#include "ProviderFakes.h"  // wincrypt macros must come before the constants catalogue
+#include "ProviderFakes.h"
 
 #include <gtest/gtest.h>
 
@@ -14,6 +14,7 @@
 #include "platform/PlatformSeam.h"
 #include "provider/CContainer.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/TempKeyStore.h"
 
 namespace quiv {
@@ -88,7 +89,7 @@ TEST_F(CContainerTest, CreateCheckListAndDeleteInBothStores) {
 
   // Deletion uses the store of the last action and leaves no context.
   ASSERT_TRUE(container->DeleteContainer(u"shared"));
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
   EXPECT_FALSE(container->GetContainerName(name));
   EXPECT_EQ(Record()->m_lErrNumber, GENERAL_ERROR_NO_CONTEXT);
   EXPECT_EQ(Source(Record()), "QUIV.CContainer.GetContainerName");
@@ -106,21 +107,21 @@ TEST_F(CContainerTest, CreateCheckListAndDeleteInBothStores) {
 }
 
 TEST_F(CContainerTest, InvalidAccessCodeKeepsThePreviousContext) {
-  const HCRYPTPROV before = provider->ContextHandle();
+  const HCRYPTPROV before = Internal(provider).ContextHandle();
   EXPECT_FALSE(container->NewContainer(u"x", 1));
   EXPECT_EQ(Record()->m_lErrNumber, CONTAINER_ERROR_UNABLE_TO_CREATE_NEW_CONTAINER);
   EXPECT_EQ(Source(Record()), "QUIV.CContainer.NewContainer");
   const std::string message = Record()->LastError().ToUtf8();
   EXPECT_NE(message.find("i_sContainerName"), std::string::npos);
   EXPECT_NE(message.find("i_lContainerAccess"), std::string::npos);
-  EXPECT_TRUE(provider->HasContext());
-  EXPECT_EQ(provider->ContextHandle(), before);
+  EXPECT_TRUE(Internal(provider).HasContext());
+  EXPECT_EQ(Internal(provider).ContextHandle(), before);
   String name;
   EXPECT_TRUE(container->GetContainerName(name));
 
   Record()->Clear();
   EXPECT_FALSE(container->LoadContainer(String(), SINGLE_USER, 5));
-  EXPECT_TRUE(provider->HasContext());
+  EXPECT_TRUE(Internal(provider).HasContext());
 }
 
 TEST_F(CContainerTest, NamedContainerWithPublicKeysOnlyFails) {
@@ -130,13 +131,13 @@ TEST_F(CContainerTest, NamedContainerWithPublicKeysOnlyFails) {
   EXPECT_NE(Record()->LastError().ToUtf8().find("i_sContainerName"), std::string::npos);
   EXPECT_EQ(provider->m_oLastError->m_lErrNumber,
             CONTAINER_ERROR_MUST_HAVE_EMPTY_CONTAINER_NAME_IF_ONLY_PUBLIC_KEYS_ACCESS);
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
 }
 
 TEST_F(CContainerTest, OpeningAMissingContainerFails) {
   EXPECT_FALSE(container->LoadContainer(u"missing", SINGLE_USER));
   EXPECT_EQ(Record()->m_lErrNumber, CONTAINER_ERROR_UNABLE_TO_LOAD_CONTAINER);
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
   EXPECT_FALSE(container->DeleteContainer(u"missing"));
   EXPECT_EQ(Record()->m_lErrNumber, CONTAINER_ERROR_UNABLE_TO_DELETE_CONTAINER);
   EXPECT_EQ(Source(Record()), "QUIV.CContainer.DeleteContainer");
@@ -153,8 +154,9 @@ TEST_F(CContainerTest, KeyPairChecks) {
   EXPECT_FALSE(exists);
 
   HCRYPTKEY key = 0;
-  ASSERT_TRUE(platform::Platform().CryptGenKey(
-      provider->ContextHandle(), static_cast<ALG_ID>(k.AT_KEYEXCHANGE()), 0x02000000, &key));
+  ASSERT_TRUE(platform::Platform().CryptGenKey(Internal(provider).ContextHandle(),
+                                               static_cast<ALG_ID>(k.AT_KEYEXCHANGE()), 0x02000000,
+                                               &key));
   platform::Platform().CryptDestroyKey(key);
   ASSERT_TRUE(container->CheckForExchangeKeyPair(exists));
   EXPECT_TRUE(exists);
@@ -198,7 +200,7 @@ TEST_F(CContainerTest, DeleteAllContainersEmptiesTheStore) {
   ASSERT_TRUE(container->NewContainer(u"one", SINGLE_USER));
   ASSERT_TRUE(container->NewContainer(u"two", SINGLE_USER));
   ASSERT_TRUE(container->DeleteAllContainers());
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
   // The store is empty now: only a new default container is there after the next load.
   ASSERT_TRUE(provider->LoadProvider());
   Dictionary list;
@@ -240,7 +242,7 @@ TEST_F(CContainerTest, ReleaseFailureStopsTheContainerAction) {
   EXPECT_FALSE(container->NewContainer(u"never", SINGLE_USER));
   EXPECT_EQ(Record()->m_lErrNumber, CONTAINER_ERROR_UNABLE_TO_CREATE_NEW_CONTAINER);
   EXPECT_EQ(provider->m_oLastError->m_lErrNumber, PROVIDER_ERROR_UNABLE_TO_RELEASE_CONTEXT);
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // What CProvider hands the version query and the two acquisition entry points: the record size,
 // the 9x rule for a major version other than 4, and the container and provider names as
 // zero-terminated strings (empty ones never as null pointers).
-#include "ProviderFakes.h"  // wincrypt macros must come before the constants catalogue
+#include "ProviderFakes.h"
 
 #include <gtest/gtest.h>
 
@@ -11,6 +11,7 @@
 
 #include "constants/CConstQUIV.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/TempKeyStore.h"
 
 namespace quiv {
@@ -55,13 +56,14 @@ TEST_F(CProviderEntryPointTest, TheNineXRulesNeedNoMajorVersionFour) {
   for (const auto& c : cases) {
     FakeVersion version(1, c.major, c.minor);
     platform::ScopedPlatformOverride use(version);
-    EXPECT_EQ(CProvider::GetSystemVersionCode().ToUtf8(), c.code) << c.major << "." << c.minor;
+    EXPECT_EQ(InternalAccess::SystemVersionCode<CProvider>().ToUtf8(), c.code)
+        << c.major << "." << c.minor;
   }
 }
 
 TEST_F(CProviderEntryPointTest, NineFiveWithMajorFiveUsesTheNarrowEntryPoint) {
   Start(1, 5, 0);
-  EXPECT_EQ(provider->WinVer().ToUtf8(), "95");
+  EXPECT_EQ(Internal(provider).WinVer().ToUtf8(), "95");
   ASSERT_TRUE(provider->LoadProvider());
   EXPECT_GT(fake->narrowCalls, 0);
   EXPECT_EQ(fake->wideCalls, 0);

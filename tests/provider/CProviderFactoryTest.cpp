@@ -1,6 +1,6 @@
 // The provider's object factory: the same instances every time, the context rule of each
 // hand-out, and what the provider's Clear and termination do to the objects handed out.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include <gtest/gtest.h>
 
@@ -16,6 +16,7 @@
 #include "signing/CHashValue.h"
 #include "signing/CRSAKeyPair.h"
 #include "signing/SigningEnums.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 #include "support/TempKeyStore.h"
 
@@ -67,7 +68,7 @@ TEST_F(CProviderFactoryTest, TheHashAndTheSignaturePairNeedNoContext) {
   EXPECT_TRUE(provider->GetSignatureKeyPairObject(signature));
   ASSERT_FALSE(signature.IsNothing());
   int16_t contents = 0;
-  ASSERT_TRUE(signature->GetKeyPairContents(contents));
+  ASSERT_TRUE(Internal(signature).GetKeyPairContents(contents));
   EXPECT_EQ(contents, NOKEYS);
 }
 
@@ -79,7 +80,7 @@ TEST_F(CProviderFactoryTest, EachWorkingObjectIsOneInstance) {
   EXPECT_TRUE(key1 == key2);
   ASSERT_TRUE(key1->GenerateSessionKey());
   HCRYPTKEY handle = 0;
-  EXPECT_TRUE(key2->GetKeyHandle(handle));
+  EXPECT_TRUE(Internal(key2).GetKeyHandle(handle));
   EXPECT_NE(handle, 0u);
   Ref<CRSAKeyPair> ex1, ex2, sig;
   ASSERT_TRUE(provider->GetExchangeKeyPairObject(ex1));
@@ -106,7 +107,7 @@ TEST_F(CProviderFactoryTest, ClearEmptiesTheKeysButKeepsTheObjects) {
   ASSERT_TRUE(hash->Hash(message));
   ASSERT_TRUE(provider->Clear().ToBoolean());
   HCRYPTKEY handle = 0;
-  EXPECT_FALSE(key->GetKeyHandle(handle));
+  EXPECT_FALSE(Internal(key).GetKeyHandle(handle));
   ByteArray value;
   EXPECT_FALSE(hash->GetHashValue(value));
   // Usable again once a context is back.
@@ -177,7 +178,7 @@ TEST_F(CProviderFactoryTest, TerminationReleasesEveryChildsHoldOnTheProvider) {
   ASSERT_TRUE(key->GenerateSessionKey());
   EXPECT_GT(provider.UseCount(), 1);
   EXPECT_TRUE(provider->TerminateAll());
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
   EXPECT_EQ(provider.UseCount(), 1);
   // What the caller still holds stays a working object of its own.
   EXPECT_TRUE(message->LoadMessageText(u"01", STRING_HEX));

@@ -1,7 +1,7 @@
 // CProvider's acquisition and Clear when one platform call breaks: the default-container retry,
 // what a failed acquisition does to the context flag, where Clear stops, and which provider name
 // the readers report.
-#include "ProviderSessionFixture.h"  // wincrypt macros come before the constants catalogue
+#include "ProviderSessionFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -19,6 +19,7 @@
 #include "signing/CHashValue.h"
 #include "signing/CRSAKeyPair.h"
 #include "signing/SigningEnums.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 
 namespace quiv {
@@ -37,12 +38,12 @@ class CProviderFailureTest : public test::ProviderSessionFixture {
 
   bool Acquire(const String& container, int32_t flags) {
     HCRYPTPROV handle = 0;
-    return provider->AcquireContext(container, String(), k.PROV_RSA_FULL(), flags, handle);
+    return Internal(provider).AcquireContext(container, String(), k.PROV_RSA_FULL(), flags, handle);
   }
   // A failed acquisition drops the flag but never the handle: release the context it still
   // names, which also shows the handle was left alone.
   void ReleaseStaleContext() {
-    EXPECT_TRUE(platform::Platform().CryptReleaseContext(provider->ContextHandle(), 0));
+    EXPECT_TRUE(platform::Platform().CryptReleaseContext(Internal(provider).ContextHandle(), 0));
   }
 
   // Fills the working objects that Clear empties: each Hold... leaves a live handle behind.
@@ -86,11 +87,11 @@ class CProviderFailureTest : public test::ProviderSessionFixture {
   }
   bool SessionKeyHeld() {
     HCRYPTKEY handle = 0;
-    return sessionKey->GetKeyHandle(handle);
+    return Internal(sessionKey).GetKeyHandle(handle);
   }
   static bool PairHeld(const Ref<CRSAKeyPair>& pair) {
     int16_t contents = NOKEYS;
-    EXPECT_TRUE(pair->GetKeyPairContents(contents));
+    EXPECT_TRUE(Internal(pair).GetKeyPairContents(contents));
     return contents != NOKEYS;
   }
 
@@ -109,13 +110,13 @@ TEST_F(CProviderFailureTest, ADefaultContainerThatCannotBeCreatedFailsTheLoad) {
   platform::ScopedPlatformOverride use(log);
   EXPECT_TRUE(FailedWith(provider->LoadProvider(), Record(), PROVIDER_ERROR_UNABLE_TO_LOAD_PROVIDER,
                          "QUIV.CProvider.LoadProvider"));
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
   EXPECT_EQ(log.flags, (std::vector<DWORD>{0, static_cast<DWORD>(k.CRYPT_NEWKEYSET())}));
 }
 
 TEST_F(CProviderFailureTest, AFailedRetryForTheDefaultContainerDropsAHeldContext) {
   ASSERT_TRUE(provider->LoadProvider());
-  const HCRYPTPROV before = provider->ContextHandle();
+  const HCRYPTPROV before = Internal(provider).ContextHandle();
   {
     AcquireLog log({1, 2}, static_cast<DWORD>(k.NTE_BAD_KEYSET()));
     platform::ScopedPlatformOverride use(log);
@@ -124,8 +125,8 @@ TEST_F(CProviderFailureTest, AFailedRetryForTheDefaultContainerDropsAHeldContext
                            "QUIV.CProvider.AcquireContext"));
     EXPECT_EQ(log.flags.size(), 2u);
   }
-  EXPECT_FALSE(provider->HasContext());
-  EXPECT_EQ(provider->ContextHandle(), before);
+  EXPECT_FALSE(Internal(provider).HasContext());
+  EXPECT_EQ(Internal(provider).ContextHandle(), before);
   ReleaseStaleContext();
 }
 
@@ -149,9 +150,9 @@ TEST_F(CProviderFailureTest, ARetryThatSucceedsHoldsTheNewContext) {
   AcquireLog log({1}, static_cast<DWORD>(k.NTE_KEYSET_NOT_DEF()));
   platform::ScopedPlatformOverride use(log);
   HCRYPTPROV handle = 0;
-  ASSERT_TRUE(provider->AcquireContext(String(), String(), k.PROV_RSA_FULL(), 0, handle));
-  EXPECT_TRUE(provider->HasContext());
-  EXPECT_EQ(provider->ContextHandle(), handle);
+  ASSERT_TRUE(Internal(provider).AcquireContext(String(), String(), k.PROV_RSA_FULL(), 0, handle));
+  EXPECT_TRUE(Internal(provider).HasContext());
+  EXPECT_EQ(Internal(provider).ContextHandle(), handle);
   EXPECT_EQ(log.flags.size(), 2u);
 }
 
@@ -159,11 +160,11 @@ TEST_F(CProviderFailureTest, ARetryThatSucceedsHoldsTheNewContext) {
 
 TEST_F(CProviderFailureTest, AFailedNamedAcquisitionDropsAHeldContext) {
   ASSERT_TRUE(provider->LoadProvider());
-  const HCRYPTPROV before = provider->ContextHandle();
+  const HCRYPTPROV before = Internal(provider).ContextHandle();
   EXPECT_TRUE(FailedWith(Acquire(u"missing", 0), Record(), PROVIDER_ERROR_UNABLE_TO_ACQUIRE_CONTEXT,
                          "QUIV.CProvider.AcquireContext"));
-  EXPECT_FALSE(provider->HasContext());
-  EXPECT_EQ(provider->ContextHandle(), before);
+  EXPECT_FALSE(Internal(provider).HasContext());
+  EXPECT_EQ(Internal(provider).ContextHandle(), before);
   ReleaseStaleContext();
 }
 
@@ -175,7 +176,7 @@ TEST_F(CProviderFailureTest, ANamedVerifyContextIsRefusedBeforeThePlatformAndKee
                          CONTAINER_ERROR_MUST_HAVE_EMPTY_CONTAINER_NAME_IF_ONLY_PUBLIC_KEYS_ACCESS,
                          "QUIV.CProvider.AcquireContext"));
   EXPECT_TRUE(log.flags.empty());
-  EXPECT_TRUE(provider->HasContext());
+  EXPECT_TRUE(Internal(provider).HasContext());
 }
 
 TEST_F(CProviderFailureTest, AnotherErrorForTheDefaultContainerIsNotRetriedAndKeepsTheFlag) {
@@ -185,7 +186,7 @@ TEST_F(CProviderFailureTest, AnotherErrorForTheDefaultContainerIsNotRetriedAndKe
   EXPECT_TRUE(FailedWith(Acquire(String(), 0), Record(), PROVIDER_ERROR_UNABLE_TO_ACQUIRE_CONTEXT,
                          "QUIV.CProvider.AcquireContext"));
   EXPECT_EQ(log.flags.size(), 1u);
-  EXPECT_TRUE(provider->HasContext());
+  EXPECT_TRUE(Internal(provider).HasContext());
 }
 
 // --- Clear, step by step --------------------------------------------------------------------
@@ -197,7 +198,7 @@ TEST_F(CProviderFailureTest, ClearStopsAtAnExchangePairThatCannotBeDestroyed) {
   EXPECT_TRUE(ClearFailsWith(What::Keys, KEY_ERROR_UNABLE_TO_CLEAR_OBJECT_OF_KEY_HANDLES));
   EXPECT_TRUE(FailedWith(false, exchange->m_oLastError, KEY_ERROR_UNABLE_TO_DESTROY_KEY,
                          "QUIV.CRSAKeyPair.Clear"));
-  EXPECT_TRUE(provider->HasContext());
+  EXPECT_TRUE(Internal(provider).HasContext());
   EXPECT_TRUE(HashHeld());  // the later steps did not run
   EXPECT_EQ(MessageLength(), 2);
   EXPECT_TRUE(provider->Clear().ToBoolean());
@@ -211,7 +212,7 @@ TEST_F(CProviderFailureTest, ClearStopsAtAHashThatCannotBeDestroyed) {
   EXPECT_TRUE(ClearFailsWith(What::Hashes, HASH_ERROR_UNABLE_TO_CLEAR_HASH_OBJECT));
   EXPECT_TRUE(FailedWith(false, hash->m_oLastError, HASH_ERROR_UNABLE_TO_DESTROY_HASH,
                          "QUIV.CHashValue.Clear"));
-  EXPECT_TRUE(provider->HasContext());
+  EXPECT_TRUE(Internal(provider).HasContext());
   EXPECT_EQ(MessageLength(), 2);
   EXPECT_TRUE(SessionKeyHeld());
   EXPECT_TRUE(provider->Clear().ToBoolean());
@@ -228,7 +229,7 @@ TEST_F(CProviderFailureTest, ClearStopsAtASessionKeyAfterTheHashAndTheMessage) {
   EXPECT_FALSE(HashHeld());  // steps 2 and 3 ran
   EXPECT_EQ(MessageLength(), 0);
   EXPECT_TRUE(PairHeld(signature));  // step 5 did not
-  EXPECT_TRUE(provider->HasContext());
+  EXPECT_TRUE(Internal(provider).HasContext());
   EXPECT_TRUE(provider->Clear().ToBoolean());
 }
 
@@ -238,7 +239,7 @@ TEST_F(CProviderFailureTest, ClearStopsAtASignaturePairBeforeTheRelease) {
   EXPECT_TRUE(ClearFailsWith(What::Keys, KEY_ERROR_UNABLE_TO_CLEAR_OBJECT_OF_KEY_HANDLES));
   EXPECT_TRUE(FailedWith(false, signature->m_oLastError, KEY_ERROR_UNABLE_TO_DESTROY_KEY,
                          "QUIV.CRSAKeyPair.Clear"));
-  EXPECT_TRUE(provider->HasContext());  // a release, failed or not, would have dropped it
+  EXPECT_TRUE(Internal(provider).HasContext());  // a release, failed or not, would have dropped it
   EXPECT_TRUE(provider->Clear().ToBoolean());
 }
 
@@ -255,7 +256,7 @@ TEST_F(CProviderFailureTest, ClearTwiceReleasesTheContextOnce) {
 
 TEST_F(CProviderFailureTest, TheNameIsReadFromTheContext) {
   ASSERT_TRUE(provider->LoadProvider());
-  EXPECT_TRUE(provider->ProviderName().IsEmpty());
+  EXPECT_TRUE(Internal(provider).ProviderName().IsEmpty());
   String name;
   ASSERT_TRUE(provider->GetProviderName(name));
   EXPECT_FALSE(name.IsEmpty());  // the name of the provider the empty name chose
@@ -272,7 +273,7 @@ TEST_F(CProviderFailureTest, ANewNameTakesEffectAtTheNextLoad) {
   ASSERT_TRUE(provider->SetProviderName(k.MS_ENHANCED_PROV()));
   ASSERT_TRUE(provider->LoadProvider());
   ASSERT_TRUE(provider->SetProviderName(k.MS_DEF_PROV()));
-  EXPECT_EQ(provider->ProviderName(), k.MS_DEF_PROV());
+  EXPECT_EQ(Internal(provider).ProviderName(), k.MS_DEF_PROV());
   String name;
   ASSERT_TRUE(provider->GetProviderName(name));
   EXPECT_EQ(name, k.MS_ENHANCED_PROV());

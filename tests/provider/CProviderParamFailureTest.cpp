@@ -1,7 +1,7 @@
 // CProvider's parameter readers when the provider answers oddly: failing size queries and data
 // calls, the numbers each id decodes to, and the enumeration loop behind GetProvParamList and
 // GetListOfAlgorithms, through a scripted CryptGetProvParam.
-#include "ProviderSessionFixture.h"  // wincrypt macros come before the constants catalogue
+#include "ProviderSessionFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -16,6 +16,7 @@
 #include "errors/QuivError.h"
 #include "provider/CAlgInfo.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 
 namespace quiv {
@@ -46,11 +47,12 @@ class CProviderParamFailureTest : public test::ProviderSessionFixture {
   // The list of `id` read while `enumeration` answers it.
   bool ListWith(int32_t id, Enumeration& enumeration, Dictionary& list) {
     return WithProvParam(id, enumeration.Answer(),
-                         [&] { return provider->GetProvParamList(id, list); });
+                         [&] { return Internal(provider).GetProvParamList(id, list); });
   }
   // GetProvParam of `id` while `answer` answers it.
   bool ReadWith(int32_t id, FakeProvParam::Answer answer, Variant& value) {
-    return WithProvParam(id, std::move(answer), [&] { return provider->GetProvParam(id, value); });
+    return WithProvParam(id, std::move(answer),
+                         [&] { return Internal(provider).GetProvParam(id, value); });
   }
 };
 
@@ -107,7 +109,7 @@ TEST_F(CProviderParamFailureTest, TheRngAndKeySizeStepIdsAreCheckedNumbers) {
 
 TEST_F(CProviderParamFailureTest, TheExtendedAlgorithmListIsRefusedLikeTheOthers) {
   Variant value;
-  EXPECT_TRUE(FailedWith(provider->GetProvParam(k.PP_ENUMALGS_EX(), value), Record(),
+  EXPECT_TRUE(FailedWith(Internal(provider).GetProvParam(k.PP_ENUMALGS_EX(), value), Record(),
                          PROVIDER_ERROR_USE_CPROVIDER_GETPROVPARAMLIST_INSTEAD,
                          "QUIV.CProvider.GetProvParam"));
 }
@@ -165,7 +167,7 @@ TEST_F(CProviderParamFailureTest, AnUnreadableAlgorithmListFillsNoCatalogue) {
 
 TEST_F(CProviderParamFailureTest, AnAlgorithmThatDoesNotFitFailsTheCatalogue) {
   Dictionary real;
-  ASSERT_TRUE(provider->GetProvParamList(k.PP_ENUMALGS_EX(), real));
+  ASSERT_TRUE(Internal(provider).GetProvParamList(k.PP_ENUMALGS_EX(), real));
   ByteArray item = real.Item(int32_t{0}).ToByteArray();
   item[15] = 0x80;  // the top byte of dwMaxLen
   Enumeration enumeration{{std::vector<BYTE>(item.span().begin(), item.span().end())}};

@@ -1,6 +1,6 @@
 // CProvider against the real software provider, with the key stores in a temporary folder, and
 // its platform-failure paths through forwarding fakes.
-#include "ProviderFakes.h"  // wincrypt macros must come before the constants catalogue
+#include "ProviderFakes.h"
 
 #include <gtest/gtest.h>
 
@@ -14,6 +14,7 @@
 #include "errors/QuivError.h"
 #include "provider/CContainer.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/TempKeyStore.h"
 
 namespace quiv {
@@ -54,7 +55,7 @@ TEST_F(CProviderTest, TypicalSessionCreatesTheDefaultContainerAndReadsTheContext
   ASSERT_TRUE(provider->SetProviderTypeCode(code));
   ASSERT_TRUE(provider->SetProviderName(k.MS_ENHANCED_PROV()));
   ASSERT_TRUE(provider->LoadProvider());
-  EXPECT_TRUE(provider->HasContext());
+  EXPECT_TRUE(Internal(provider).HasContext());
 
   String name;
   ASSERT_TRUE(provider->GetProviderName(name));
@@ -90,10 +91,10 @@ TEST_F(CProviderTest, TypicalSessionCreatesTheDefaultContainerAndReadsTheContext
 TEST(CProviderTypeTest, WithoutATypeNoProviderLoads) {
   test::TempKeyStore store;
   Ref<CProvider> provider = CProvider::Create();
-  EXPECT_EQ(provider->ProviderType(), 0);
+  EXPECT_EQ(Internal(provider).ProviderType(), 0);
   EXPECT_FALSE(provider->LoadProvider());
   EXPECT_EQ(provider->m_oLastError->m_lErrNumber, PROVIDER_ERROR_UNABLE_TO_LOAD_PROVIDER);
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
   EXPECT_TRUE(provider->TerminateAll());
 }
 
@@ -120,7 +121,7 @@ TEST_F(CProviderTest, ReadersNeedAContext) {
 
 TEST_F(CProviderTest, OnlyTheTwoProviderNamesAreAccepted) {
   EXPECT_TRUE(provider->SetProviderName(k.MS_DEF_PROV()));
-  EXPECT_EQ(provider->ProviderName(), k.MS_DEF_PROV());
+  EXPECT_EQ(Internal(provider).ProviderName(), k.MS_DEF_PROV());
   for (const String& bad :
        {k.MS_DEF_PROV().UCase(), k.MS_ENHANCED_PROV() + u" ", k.MS_STRONG_PROV(), String()}) {
     EXPECT_FALSE(provider->SetProviderName(bad));
@@ -128,14 +129,14 @@ TEST_F(CProviderTest, OnlyTheTwoProviderNamesAreAccepted) {
               PROVIDER_ERROR_PROVIDER_UNSUPPORTED_IN_THIS_QUIV_VERSION);
     EXPECT_EQ(Source(provider->m_oLastError), "QUIV.CProvider.SetProviderName");
   }
-  EXPECT_EQ(provider->ProviderName(), k.MS_DEF_PROV());
+  EXPECT_EQ(Internal(provider).ProviderName(), k.MS_DEF_PROV());
 }
 
 TEST_F(CProviderTest, TypeCodeIsTrimmedInPlaceAndCaseSensitive) {
   String code = u"  PROV_RSA_FULL  ";
   EXPECT_TRUE(provider->SetProviderTypeCode(code));
   EXPECT_EQ(code, String(u"PROV_RSA_FULL"));
-  EXPECT_EQ(provider->ProviderType(), k.PROV_RSA_FULL());
+  EXPECT_EQ(Internal(provider).ProviderType(), k.PROV_RSA_FULL());
 
   Ref<CProvider> other = CProvider::Create();
   String lower = u" prov_rsa_full";
@@ -145,7 +146,7 @@ TEST_F(CProviderTest, TypeCodeIsTrimmedInPlaceAndCaseSensitive) {
             PROVIDER_ERROR_PROVIDER_TYPE_UNSUPPORTED_IN_THIS_QUIV_VERSION);
   EXPECT_EQ(Source(other->m_oLastError), "QUIV.CProvder.SetProviderTypeCode");
   EXPECT_NE(other->m_oLastError->LastError().ToUtf8().find("i_sProvTypeCode"), std::string::npos);
-  EXPECT_EQ(other->ProviderType(), 0);
+  EXPECT_EQ(Internal(other).ProviderType(), 0);
   other->TerminateAll();
 }
 
@@ -156,22 +157,23 @@ TEST_F(CProviderTest, OnlyRsaFullTypeId) {
   EXPECT_EQ(Source(provider->m_oLastError), "QUIV.CProvider.SetProviderTypeID");
   EXPECT_NE(provider->m_oLastError->LastError().ToUtf8().find("i_lProviderTypeID"),
             std::string::npos);
-  EXPECT_EQ(provider->ProviderType(), k.PROV_RSA_FULL());  // unchanged
+  EXPECT_EQ(Internal(provider).ProviderType(), k.PROV_RSA_FULL());  // unchanged
 }
 
 TEST_F(CProviderTest, NamedContainerWithPublicKeysOnlyFails) {
   EXPECT_FALSE(provider->LoadProvider(u"named", SINGLE_USER, PUBLIC_KEYS_ONLY));
   EXPECT_EQ(Number(provider->m_oLastError), PROVIDER_ERROR_UNABLE_TO_LOAD_PROVIDER);
   EXPECT_EQ(Source(provider->m_oLastError), "QUIV.CProvider.LoadProvider");
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
   // The verify-only context takes the empty name.
   EXPECT_TRUE(provider->LoadProvider(String(), SINGLE_USER, PUBLIC_KEYS_ONLY));
-  EXPECT_TRUE(provider->HasContext());
+  EXPECT_TRUE(Internal(provider).HasContext());
 }
 
 TEST_F(CProviderTest, AcquireContextRecordsItsArguments) {
   HCRYPTPROV handle = 0;
-  EXPECT_FALSE(provider->AcquireContext(u"x", String(), 1, k.CRYPT_VERIFYCONTEXT(), handle));
+  EXPECT_FALSE(
+      Internal(provider).AcquireContext(u"x", String(), 1, k.CRYPT_VERIFYCONTEXT(), handle));
   const Ref<CErrHandler>& e = provider->m_oLastError;
   EXPECT_EQ(Number(e), CONTAINER_ERROR_MUST_HAVE_EMPTY_CONTAINER_NAME_IF_ONLY_PUBLIC_KEYS_ACCESS);
   EXPECT_EQ(Source(e), "QUIV.CProvider.AcquireContext");
@@ -181,18 +183,20 @@ TEST_F(CProviderTest, AcquireContextRecordsItsArguments) {
   }
   e->Clear();
   // A missing named container: open fails without creating it.
-  EXPECT_FALSE(provider->AcquireContext(u"missing", String(), 1, 0, handle));
+  EXPECT_FALSE(Internal(provider).AcquireContext(u"missing", String(), 1, 0, handle));
   EXPECT_EQ(Number(e), PROVIDER_ERROR_UNABLE_TO_ACQUIRE_CONTEXT);
   e->Clear();
-  EXPECT_FALSE(provider->AcquireContext(u"missing", String(), 1, k.CRYPT_DELETEKEYSET(), handle));
+  EXPECT_FALSE(
+      Internal(provider).AcquireContext(u"missing", String(), 1, k.CRYPT_DELETEKEYSET(), handle));
   EXPECT_EQ(Number(e), CONTAINER_ERROR_UNABLE_TO_DELETE_CONTAINER);
   e->Clear();
-  EXPECT_TRUE(provider->AcquireContext(u"made", String(), 1, k.CRYPT_NEWKEYSET(), handle));
-  EXPECT_EQ(provider->ContextHandle(), handle);
+  EXPECT_TRUE(Internal(provider).AcquireContext(u"made", String(), 1, k.CRYPT_NEWKEYSET(), handle));
+  EXPECT_EQ(Internal(provider).ContextHandle(), handle);
   EXPECT_TRUE(provider->Clear().ToBoolean());
-  EXPECT_FALSE(provider->AcquireContext(u"made", String(), 1, k.CRYPT_NEWKEYSET(), handle));
+  EXPECT_FALSE(
+      Internal(provider).AcquireContext(u"made", String(), 1, k.CRYPT_NEWKEYSET(), handle));
   EXPECT_EQ(Number(e), CONTAINER_ERROR_UNABLE_TO_CREATE_NEW_CONTAINER);
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
 }
 
 TEST_F(CProviderTest, ClearTwiceSucceedsAndReleasesOnce) {
@@ -200,7 +204,7 @@ TEST_F(CProviderTest, ClearTwiceSucceedsAndReleasesOnce) {
   const Variant first = provider->Clear();
   EXPECT_EQ(first.GetKind(), Variant::Kind::Boolean);
   EXPECT_TRUE(first.ToBoolean());
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
   EXPECT_TRUE(provider->Clear().ToBoolean());
 }
 
@@ -209,7 +213,7 @@ TEST_F(CProviderTest, TerminateAllLeavesNoContextAndNoChildren) {
   Ref<CContainer> container;
   ASSERT_TRUE(provider->GetContainerObject(container));
   EXPECT_TRUE(provider->TerminateAll());
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
   EXPECT_TRUE(provider->m_oLastError.IsNothing());
   // The container no longer refers to the provider: only this test holds it.
   EXPECT_EQ(provider.UseCount(), 1);
@@ -219,15 +223,15 @@ TEST_F(CProviderTest, TerminateAllLeavesNoContextAndNoChildren) {
 TEST_F(CProviderTest, ProvParamDecodesAndRefusesEnumerations) {
   ASSERT_TRUE(provider->LoadProvider());
   Variant value;
-  EXPECT_FALSE(provider->GetProvParam(k.PP_ENUMALGS(), value));
+  EXPECT_FALSE(Internal(provider).GetProvParam(k.PP_ENUMALGS(), value));
   EXPECT_EQ(Number(provider->m_oLastError), PROVIDER_ERROR_USE_CPROVIDER_GETPROVPARAMLIST_INSTEAD);
   EXPECT_EQ(Source(provider->m_oLastError), "QUIV.CProvider.GetProvParam");
-  EXPECT_FALSE(provider->GetProvParam(k.PP_ENUMCONTAINERS(), value));
+  EXPECT_FALSE(Internal(provider).GetProvParam(k.PP_ENUMCONTAINERS(), value));
   EXPECT_EQ(Number(provider->m_oLastError), PROVIDER_ERROR_USE_CPROVIDER_GETPROVPARAMLIST_INSTEAD);
-  ASSERT_TRUE(provider->GetProvParam(k.PP_PROVTYPE(), value));
+  ASSERT_TRUE(Internal(provider).GetProvParam(k.PP_PROVTYPE(), value));
   EXPECT_EQ(value.GetKind(), Variant::Kind::Long);
   EXPECT_EQ(value.ToLong(), k.PROV_RSA_FULL());
-  ASSERT_TRUE(provider->GetProvParam(k.PP_CONTAINER(), value));
+  ASSERT_TRUE(Internal(provider).GetProvParam(k.PP_CONTAINER(), value));
   EXPECT_EQ(value.GetKind(), Variant::Kind::String);
 }
 
@@ -236,7 +240,7 @@ TEST_F(CProviderTest, ProvParamRefusesAnIdOutsideItsLists) {
   FakeProvParam fake(static_cast<DWORD>(k.PP_KEYSPEC()), FixedBytes({1, 0, 0, 0}));
   platform::ScopedPlatformOverride use(fake);
   Variant value;
-  EXPECT_FALSE(provider->GetProvParam(k.PP_KEYSPEC(), value));
+  EXPECT_FALSE(Internal(provider).GetProvParam(k.PP_KEYSPEC(), value));
   EXPECT_EQ(Number(provider->m_oLastError), PROVIDER_ERROR_UNSUPPORTED_PARAMETER);
 }
 
@@ -258,7 +262,7 @@ TEST_F(CProviderTest, NumberWithTopBitSetOverflows) {
   EXPECT_EQ(Number(provider->m_oLastError), PROVIDER_ERROR_UNABLE_TO_GET_PROVIDER_PARAMETER);
   EXPECT_NE(provider->m_oLastError->LastError().ToUtf8().find("o_lImpType"), std::string::npos);
   Variant value;
-  EXPECT_FALSE(provider->GetProvParam(k.PP_IMPTYPE(), value));
+  EXPECT_FALSE(Internal(provider).GetProvParam(k.PP_IMPTYPE(), value));
   EXPECT_EQ(Number(provider->m_oLastError), kErrOverflow);
 }
 
@@ -267,7 +271,7 @@ TEST_F(CProviderTest, NameWithoutTerminatorFails) {
   FakeProvParam fake(static_cast<DWORD>(k.PP_NAME()), FixedBytes({'a', 'b', 'c'}));
   platform::ScopedPlatformOverride use(fake);
   Variant value;
-  EXPECT_FALSE(provider->GetProvParam(k.PP_NAME(), value));
+  EXPECT_FALSE(Internal(provider).GetProvParam(k.PP_NAME(), value));
   EXPECT_EQ(Number(provider->m_oLastError), kErrInvalidProcedureCall);
 }
 
@@ -277,7 +281,7 @@ TEST_F(CProviderTest, SizeQueryThatSucceedsIsUnexpected) {
                      [](BYTE*, DWORD*, DWORD) -> BOOL { return TRUE; });
   platform::ScopedPlatformOverride use(fake);
   Dictionary list;
-  EXPECT_FALSE(provider->GetProvParamList(k.PP_ENUMALGS_EX(), list));
+  EXPECT_FALSE(Internal(provider).GetProvParamList(k.PP_ENUMALGS_EX(), list));
   EXPECT_EQ(Number(provider->m_oLastError), GENERAL_ERROR_UNEXPECTED_ERROR);
   EXPECT_EQ(Source(provider->m_oLastError), "QUIV.CProvider.GetProvParamList");
 }
@@ -290,14 +294,14 @@ TEST_F(CProviderTest, SizeQueryFailingOtherwiseIsAMemoryError) {
   });
   platform::ScopedPlatformOverride use(fake);
   Variant value;
-  EXPECT_FALSE(provider->GetProvParam(k.PP_NAME(), value));
+  EXPECT_FALSE(Internal(provider).GetProvParam(k.PP_NAME(), value));
   EXPECT_EQ(Number(provider->m_oLastError), GENERAL_ERROR_UNABLE_TO_GET_AVAILABLE_MEMORY);
 }
 
 TEST_F(CProviderTest, AlgorithmListHasConsecutiveKeys) {
   ASSERT_TRUE(provider->LoadProvider());
   Dictionary list;
-  ASSERT_TRUE(provider->GetProvParamList(k.PP_ENUMALGS_EX(), list));
+  ASSERT_TRUE(Internal(provider).GetProvParamList(k.PP_ENUMALGS_EX(), list));
   ASSERT_GT(list.Count(), 5u);
   for (size_t i = 0; i < list.Count(); ++i) {
     EXPECT_TRUE(list.Exists(static_cast<int32_t>(i))) << i;
@@ -337,7 +341,7 @@ TEST_F(CProviderTest, EnumerationItemThatGrowsFails) {
       });
   platform::ScopedPlatformOverride use(fake);
   Dictionary list;
-  EXPECT_FALSE(provider->GetProvParamList(k.PP_ENUMCONTAINERS(), list));
+  EXPECT_FALSE(Internal(provider).GetProvParamList(k.PP_ENUMCONTAINERS(), list));
   EXPECT_EQ(Number(provider->m_oLastError),
             GENERAL_ERROR_CAPI_FUNCTION_UNEXPECTEDLY_NEEDED_MORE_MEMORY);
   EXPECT_EQ(list.Count(), 1u);
@@ -351,7 +355,7 @@ TEST_F(CProviderTest, ReleaseThatFailsStillDropsTheContext) {
   EXPECT_TRUE(result.IsEmpty());
   EXPECT_EQ(Number(provider->m_oLastError), PROVIDER_ERROR_UNABLE_TO_RELEASE_CONTEXT);
   EXPECT_EQ(Source(provider->m_oLastError), "QUIV.CProvider.Clear");
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
 }
 
 TEST_F(CProviderTest, UnknownProviderTypeHasNoName) {
@@ -375,7 +379,7 @@ TEST_F(CProviderTest, TerminationWhoseReleaseFailsIsReported) {
   EXPECT_EQ(Number(provider->m_oLastError), PROVIDER_ERROR_CLASS_TERMINATE_FAILED);
   EXPECT_EQ(Source(provider->m_oLastError), "QUIV.CProvider.TerminateAll");
   // The fake did release the real context: nothing is left for the destructor to release.
-  provider->SetHasContext(false);
+  Internal(provider).SetHasContext(false);
   provider.SetNothing();  // the destructor's second termination has nothing left to release
 }
 
@@ -390,12 +394,12 @@ TEST(CProviderVersionTest, VersionCodeRules) {
   for (const Case& c : cases) {
     FakeVersion fake(c.id, c.major, c.minor);
     platform::ScopedPlatformOverride use(fake);
-    EXPECT_EQ(CProvider::GetSystemVersionCode().ToUtf8(), c.code)
+    EXPECT_EQ(InternalAccess::SystemVersionCode<CProvider>().ToUtf8(), c.code)
         << c.id << " " << c.major << "." << c.minor;
   }
   FakeVersion failing(2, 5, 0, true);
   platform::ScopedPlatformOverride use(failing);
-  EXPECT_EQ(CProvider::GetSystemVersionCode().ToUtf8(), "");
+  EXPECT_EQ(InternalAccess::SystemVersionCode<CProvider>().ToUtf8(), "");
 }
 
 TEST(CProviderVersionTest, UnknownSystemNeverCallsThePlatform) {
@@ -404,10 +408,10 @@ TEST(CProviderVersionTest, UnknownSystemNeverCallsThePlatform) {
   platform::ScopedPlatformOverride use(fake);
   Ref<CProvider> provider = CProvider::Create();
   ASSERT_TRUE(provider->SetProviderTypeID(k.PROV_RSA_FULL()));
-  EXPECT_EQ(provider->WinVer().ToUtf8(), "");
+  EXPECT_EQ(Internal(provider).WinVer().ToUtf8(), "");
   EXPECT_FALSE(provider->LoadProvider());
   EXPECT_EQ(fake.narrowCalls + fake.wideCalls, 0);
-  EXPECT_FALSE(provider->HasContext());
+  EXPECT_FALSE(Internal(provider).HasContext());
   provider->TerminateAll();
 }
 
@@ -418,7 +422,7 @@ TEST(CProviderVersionTest, NineXFamilyUsesTheNarrowEntryPointWithAnEmptyName) {
     platform::ScopedPlatformOverride use(fake);
     Ref<CProvider> provider = CProvider::Create();
     ASSERT_TRUE(provider->SetProviderTypeID(k.PROV_RSA_FULL()));
-    EXPECT_EQ(provider->WinVer().ToUtf8(), minor == 0 ? "95" : "98");
+    EXPECT_EQ(Internal(provider).WinVer().ToUtf8(), minor == 0 ? "95" : "98");
     ASSERT_TRUE(provider->LoadProvider());
     // The default container: a failed open, then the create.
     EXPECT_EQ(fake.narrowCalls, 2);
@@ -436,7 +440,7 @@ TEST(CProviderVersionTest, NtFamilyUsesTheWideEntryPoint) {
   platform::ScopedPlatformOverride use(fake);
   Ref<CProvider> provider = CProvider::Create();
   ASSERT_TRUE(provider->SetProviderTypeID(k.PROV_RSA_FULL()));
-  EXPECT_EQ(provider->WinVer().ToUtf8(), "NT");
+  EXPECT_EQ(Internal(provider).WinVer().ToUtf8(), "NT");
   ASSERT_TRUE(provider->LoadProvider(u"named-é", SINGLE_USER, ALL_KEYS) == false);
   EXPECT_EQ(fake.wideCalls, 1);
   EXPECT_EQ(fake.narrowCalls, 0);

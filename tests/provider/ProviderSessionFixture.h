@@ -5,7 +5,7 @@
 #ifndef QUIV_TESTS_PROVIDER_PROVIDERSESSIONFIXTURE_H
 #define QUIV_TESTS_PROVIDER_PROVIDERSESSIONFIXTURE_H
 
-#include "ProviderFakes.h"  // wincrypt macros must come before the constants catalogue
+#include "ProviderFakes.h"
 
 #include <gtest/gtest.h>
 

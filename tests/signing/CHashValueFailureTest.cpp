@@ -22,6 +22,7 @@
 #include "errors/QuivError.h"
 #include "keys/CSessionKey.h"
 #include "platform/PlatformSeam.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 
 namespace quiv {
@@ -50,13 +51,13 @@ int32_t ThrownNumber(const std::function<void()>& call) {
 
 class CHashValueFailureTest : public test::RsaKeyPairFixture {
  protected:
-  void SetUp() override { ASSERT_TRUE(hash->SetProvider(s_provider)); }
-  void TearDown() override { hash->Terminate(); }
+  void SetUp() override { ASSERT_TRUE(Internal(hash).SetProvider(s_provider)); }
+  void TearDown() override { Internal(hash).Terminate(); }
 
   const Ref<CErrHandler>& Record() const { return hash->m_oLastError; }
   bool HoldsAHash() {
     HCRYPTHASH handle = 0;
-    return hash->GetHashHandle(handle);
+    return Internal(hash).GetHashHandle(handle);
   }
   std::string ValueHex() {
     String hex;
@@ -138,7 +139,7 @@ TEST_F(CHashValueFailureTest, APropertyTheSecondReadRefusesIsItsOwnFailure) {
   spy.Break(Call::GetHashParam, static_cast<DWORD>(k.NTE_BAD_HASH()), PlatformSpy::kAnyParam, 1);
   HCRYPTHASH ignored = 0;
   Variant value;
-  EXPECT_TRUE(FailedWith(hash->GetHashParam(ignored, k.HP_HASHVAL(), value), Record(),
+  EXPECT_TRUE(FailedWith(Internal(hash).GetHashParam(ignored, k.HP_HASHVAL(), value), Record(),
                          HASH_ERROR_UNABLE_TO_GET_HASH_PROPERTY, "QUIV.CHashValue.GetHashParam"));
 }
 
@@ -239,7 +240,7 @@ TEST_F(CHashValueFailureTest, ATerminationWhoseClearFailsIsRecordedUnderTheKeyPa
     PlatformSpy spy;
     platform::ScopedPlatformOverride use(spy);
     spy.Break(Call::DestroyHash, static_cast<DWORD>(k.NTE_BAD_HASH()));
-    hash->Terminate();
+    Internal(hash).Terminate();
   }
   EXPECT_TRUE(FailedWith(false, record, HASH_ERROR_UNABLE_TO_CLEAR_HASH_OBJECT,
                          "QUIV.CRSAKeyPair.Class_Terminate"));

@@ -1,7 +1,7 @@
 // CHashValue: known answers (RFC 1319/1320/1321, FIPS 180-1) through message text, the running
 // hash, the algorithm setters and getters, loading and unloading values, the session-key path,
 // and the platform failures each step reports.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include "signing/CHashValue.h"
 
@@ -18,6 +18,7 @@
 #include "platform/ForwardingPlatform.h"
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 #include "support/TempKeyStore.h"
 
@@ -135,7 +136,7 @@ class FakeHashee final : public Object, public IHash {
     o_hKey = m_hKey;
     return m_fKeyOk;
   }
-  String ClassName() const override { return u"FakeHashee"; }
+  String TypeName() const override { return u"FakeHashee"; }
 };
 
 class CHashValueTest : public ::testing::Test {
@@ -143,10 +144,10 @@ class CHashValueTest : public ::testing::Test {
   void SetUp() override {
     ASSERT_TRUE(provider->SetProviderTypeID(k.PROV_RSA_FULL()));
     ASSERT_TRUE(provider->LoadProvider());
-    ASSERT_TRUE(hash->SetProvider(provider));
+    ASSERT_TRUE(Internal(hash).SetProvider(provider));
   }
   void TearDown() override {
-    hash->Terminate();
+    Internal(hash).Terminate();
     provider->TerminateAll();
   }
 
@@ -188,11 +189,11 @@ TEST_F(CHashValueTest, ANewObjectHasNoHashForAnyGetter) {
                          HASH_ERROR_UNABLE_TO_GET_HASH_ALGORITHM_ID,
                          "QUIV.CHashValue.GetHashAlgorithmCode"));
   HCRYPTHASH handle = 0;
-  EXPECT_TRUE(FailedWith(hash->GetHashHandle(handle), Record(),
+  EXPECT_TRUE(FailedWith(Internal(hash).GetHashHandle(handle), Record(),
                          HASH_ERROR_HASH_OBJECT_DOES_NOT_CONTAIN_A_HASH,
                          "QUIV.CHashValue.GetHashHandle"));
   Variant out;
-  EXPECT_TRUE(FailedWith(hash->GetHashParam(handle, k.HP_HASHVAL(), out), Record(),
+  EXPECT_TRUE(FailedWith(Internal(hash).GetHashParam(handle, k.HP_HASHVAL(), out), Record(),
                          HASH_ERROR_HASH_OBJECT_DOES_NOT_CONTAIN_A_HASH,
                          "QUIV.CHashValue.GetHashParam"));
   String fprint;
@@ -294,7 +295,7 @@ TEST_F(CHashValueTest, HasheeAnswersDecideThePath) {
 
 TEST_F(CHashValueTest, SessionKeyHandleIsHashedThroughThePlatform) {
   HCRYPTKEY key = 0;
-  ASSERT_TRUE(platform::Platform().CryptGenKey(provider->ContextHandle(),
+  ASSERT_TRUE(platform::Platform().CryptGenKey(Internal(provider).ContextHandle(),
                                                static_cast<ALG_ID>(k.CALG_RC4()),
                                                static_cast<DWORD>(k.CRYPT_EXPORTABLE()), &key));
   auto hashee = MakeRef<FakeHashee>();
@@ -378,7 +379,7 @@ TEST_F(CHashValueTest, LoadRefusesCipherAlgorithmAndBadHex) {
                          "QUIV.CHashValue.LoadHashValue"));
   // The new hash object stays after a failure past its creation.
   HCRYPTHASH handle = 0;
-  EXPECT_TRUE(hash->GetHashHandle(handle));
+  EXPECT_TRUE(Internal(hash).GetHashHandle(handle));
   EXPECT_NE(handle, 0u);
 }
 
@@ -417,7 +418,7 @@ TEST_F(CHashValueTest, PlatformFailuresAreReported) {
     platform::ScopedPlatformOverride use(fake);
     HCRYPTHASH ignored = 0;
     Variant out;
-    EXPECT_TRUE(FailedWith(hash->GetHashParam(ignored, k.HP_HASHVAL(), out), Record(),
+    EXPECT_TRUE(FailedWith(Internal(hash).GetHashParam(ignored, k.HP_HASHVAL(), out), Record(),
                            GENERAL_ERROR_UNABLE_TO_GET_AVAILABLE_MEMORY,
                            "QUIV.CHashValue.GetHashParam"));
     ByteArray value;
@@ -430,7 +431,7 @@ TEST_F(CHashValueTest, PlatformFailuresAreReported) {
     EXPECT_TRUE(FailedWith(hash->Clear(), Record(), HASH_ERROR_UNABLE_TO_DESTROY_HASH,
                            "QUIV.CHashValue.Clear"));
     HCRYPTHASH handle = 0;
-    EXPECT_TRUE(hash->GetHashHandle(handle));  // the flag stays set
+    EXPECT_TRUE(Internal(hash).GetHashHandle(handle));  // the flag stays set
   }
 }
 
@@ -439,13 +440,13 @@ TEST_F(CHashValueTest, UnknownHashPropertyIsRefused) {
   HCRYPTHASH ignored = 0;
   Variant out;
   // The real provider refuses the property at the size query.
-  EXPECT_TRUE(FailedWith(hash->GetHashParam(ignored, 0x7777, out), Record(),
+  EXPECT_TRUE(FailedWith(Internal(hash).GetHashParam(ignored, 0x7777, out), Record(),
                          GENERAL_ERROR_UNABLE_TO_GET_AVAILABLE_MEMORY,
                          "QUIV.CHashValue.GetHashParam"));
   // A platform that answers it still gets the property refused by the library.
   AnswerAnyHashParam fake;
   platform::ScopedPlatformOverride use(fake);
-  EXPECT_TRUE(FailedWith(hash->GetHashParam(ignored, 0x7777, out), Record(),
+  EXPECT_TRUE(FailedWith(Internal(hash).GetHashParam(ignored, 0x7777, out), Record(),
                          HASH_ERROR_UNKNOWN_HASH_PROPERTY, "QUIV.CHashValue.GetHashParam"));
 }
 
@@ -453,7 +454,7 @@ TEST_F(CHashValueTest, TerminateDestroysTheHashOnceAndTheDestructorLeavesThePlat
   CountDestroyHash fake;
   platform::ScopedPlatformOverride use(fake);
   ASSERT_TRUE(hash->Hash(Message("abc")));
-  hash->Terminate();
+  Internal(hash).Terminate();
   EXPECT_EQ(fake.m_nCalls, 1);
   hash = MakeRef<CHashValue>();
   EXPECT_EQ(fake.m_nCalls, 1);
@@ -494,7 +495,7 @@ TEST_F(CHashValueTest, MacCodeIsStoredButNeedsAKeyToCreate) {
 TEST_F(CHashValueTest, HandleIsTheOneTheHashWasMadeWith) {
   ASSERT_TRUE(hash->Hash(Message("abc")));
   HCRYPTHASH handle = 0;
-  ASSERT_TRUE(hash->GetHashHandle(handle));
+  ASSERT_TRUE(Internal(hash).GetHashHandle(handle));
   BYTE value[16] = {};
   DWORD length = sizeof(value);
   ASSERT_TRUE(platform::Platform().CryptGetHashParam(handle, static_cast<DWORD>(k.HP_HASHVAL()),

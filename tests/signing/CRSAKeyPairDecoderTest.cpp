@@ -6,7 +6,7 @@
 //
 // The only file outside the platform's own tests that includes OpenSSL (NoOpensslOutsideTest
 // names it): the oracle has to be the independent decoder, not the command line's exit status.
-#include "support/RsaKeyPairFixture.h"  // first: wincrypt macros before the constants catalogue
+#include "support/RsaKeyPairFixture.h"
 
 #include <gtest/gtest.h>
 #include <openssl/bn.h>
@@ -25,6 +25,7 @@
 
 #include "constants/CConstQUIV.h"
 #include "signing/CRSAKeyPair.h"
+#include "support/InternalAccess.h"
 
 namespace quiv {
 namespace {
@@ -317,7 +318,7 @@ TEST_F(CRSAKeyPairDecoderTest, OpensslsPrivateBlobLoadsAsAPairWithItsNumbers) {
     EXPECT_TRUE(
         EvpVerifies(s_theirs.get(), hash.digest(), Reversed(OurSignature(pair, hash.algorithm))));
   }
-  pair->Terminate();
+  Internal(pair).Terminate();
   provider->TerminateAll();
 }
 

@@ -22,6 +22,7 @@
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 
 namespace quiv {
@@ -191,9 +192,9 @@ TEST_F(CRSAKeyPairFailureTest, WithoutAKnownVersionCodeNothingIsSignedOrVerified
     platform::ScopedPlatformOverride use(noVersion);
     unversioned = CProvider::Create();
   }
-  ASSERT_EQ(unversioned->WinVer(), String());
-  unversioned->SetHasContext(true);  // it can acquire none: the suite's is lent below
-  LendsContext lends(s_provider->ContextHandle());
+  ASSERT_EQ(Internal(unversioned).WinVer(), String());
+  Internal(unversioned).SetHasContext(true);  // it can acquire none: the suite's is lent below
+  LendsContext lends(Internal(s_provider).ContextHandle());
   platform::ScopedPlatformOverride use(lends);
   Ref<CRSAKeyPair> pair = Pair(unversioned, kSignature);
   String block = u"kept";
@@ -207,8 +208,8 @@ TEST_F(CRSAKeyPairFailureTest, WithoutAKnownVersionCodeNothingIsSignedOrVerified
     EXPECT_EQ(valid, given);
   }
   pair->Clear();
-  pair->Terminate();
-  unversioned->SetHasContext(false);
+  Internal(pair).Terminate();
+  Internal(unversioned).SetHasContext(false);
   unversioned->TerminateAll();
 }
 
@@ -249,7 +250,7 @@ TEST_F(CRSAKeyPairFailureTest, LoadPublicKeyMakesNoContextCheck) {
   EXPECT_TRUE(FailedWith(pair->LoadPublicKey(PublicHex(s_signature), STRING_HEX),
                          pair->m_oLastError, KEY_ERROR_UNABLE_TO_LOAD_RSA_KEY,
                          "QUIV.CRSAKeyPair.LoadPublicKey"));
-  pair->Terminate();
+  Internal(pair).Terminate();
   idle->TerminateAll();
 }
 

@@ -1,7 +1,7 @@
 // CRSAKeyPair import and export: PUBLICKEYBLOB and PRIVATEKEYBLOB in every outside form, the
 // key specification check on import, the container's own key, the unloadable flag, the
 // platform's refusals, and the bytes the key pair offers to hashing.
-#include "support/RsaKeyPairFixture.h"  // first: wincrypt macros before the constants catalogue
+#include "support/RsaKeyPairFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -20,6 +20,7 @@
 #include "provider/CProvider.h"
 #include "signing/CHashValue.h"
 #include "signing/CRSAKeyPair.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 
 namespace quiv {
@@ -248,7 +249,7 @@ TEST_F(CRSAKeyPairImportExportTest, AGeneratedUnloadablePairKeepsItsPrivateKeyIn
   EXPECT_EQ(static_cast<uint32_t>(pair->m_oLastError->m_dblErrLastDLLError),
             static_cast<uint32_t>(k.NTE_BAD_KEY_STATE()));
   EXPECT_TRUE(pair->UnloadPublicKey(text, STRING_HEX));
-  pair->Terminate();
+  Internal(pair).Terminate();
   provider->TerminateAll();
 }
 
@@ -257,7 +258,7 @@ TEST_F(CRSAKeyPairImportExportTest, LoadingAPairNeedsAContext) {
   Ref<CRSAKeyPair> pair = Pair(idle, kExchange);
   EXPECT_TRUE(FailedWith(pair->LoadKeyPair(PrivateHex(s_exchange), STRING_HEX), pair->m_oLastError,
                          GENERAL_ERROR_NO_CONTEXT, "QUIV.CRSAKeyPair.LoadKeyPair"));
-  pair->Terminate();
+  Internal(pair).Terminate();
   idle->TerminateAll();
 }
 
@@ -292,7 +293,7 @@ TEST_F(CRSAKeyPairImportExportTest, AWrappedPrivateKeyLoadsWithTheSameSessionKey
     EXPECT_EQ(wrapped.Left(16), plain.Left(16));
     EXPECT_NE(wrapped.Mid(17, 8), plain.Mid(17, 8));
     HCRYPTKEY sessionHandle = 0;
-    ASSERT_TRUE(session->GetKeyHandle(sessionHandle));
+    ASSERT_TRUE(Internal(session).GetKeyHandle(sessionHandle));
     Ref<CRSAKeyPair> pair = Pair(kExchange);
     {
       RecordingImport recorder;
@@ -360,7 +361,7 @@ TEST_F(CRSAKeyPairImportExportTest, AContainerWithoutTheKeyGivesNoHandle) {
                          KEY_ERROR_UNABLE_TO_GET_RSA_KEY_PAIR_HANDLE,
                          "QUIV.CRSAKeyPair.LoadPublicKey"));
   EXPECT_EQ(Contents(pair), NOKEYS);
-  pair->Terminate();
+  Internal(pair).Terminate();
   provider->TerminateAll();
 }
 
@@ -473,11 +474,11 @@ TEST_F(CRSAKeyPairImportExportTest, HashingAPublicViewTwiceGivesTheHashOfItsBlob
   Ref<CRSAKeyPair> pair = ContainersPair(kSignature);
   auto hashOf = [](const Ref<IHash>& hashee) {
     Ref<CHashValue> hash = MakeRef<CHashValue>();
-    EXPECT_TRUE(hash->SetProvider(s_provider));
+    EXPECT_TRUE(Internal(hash).SetProvider(s_provider));
     EXPECT_TRUE(hash->Hash(hashee));
     ByteArray value;
     EXPECT_TRUE(hash->GetHashValue(value));
-    hash->Terminate();
+    Internal(hash).Terminate();
     return value;
   };
   const ByteArray first = hashOf(pair->PublicKey());
@@ -496,10 +497,10 @@ TEST_F(CRSAKeyPairImportExportTest, HashingAPublicViewTwiceGivesTheHashOfItsBlob
 TEST_F(CRSAKeyPairImportExportTest, AKeyPairWithoutAViewCannotBeHashed) {
   Ref<CRSAKeyPair> pair = ContainersPair(kExchange);
   Ref<CHashValue> hash = MakeRef<CHashValue>();
-  ASSERT_TRUE(hash->SetProvider(s_provider));
+  ASSERT_TRUE(Internal(hash).SetProvider(s_provider));
   EXPECT_TRUE(FailedWith(hash->Hash(pair), hash->m_oLastError,
                          HASH_ERROR_WHAT_TO_HASH_NOT_SPECIFIED, "QUIV.CHashValue.Hash"));
-  hash->Terminate();
+  Internal(hash).Terminate();
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 // PRIVATEKEYBLOB files the key pair unloads and writes blobs the key pair loads, verifies the
 // key pair's signatures once their byte order is reversed (CryptoAPI writes them
 // little-endian, PKCS #1 big-endian), and makes signatures the key pair verifies.
-#include "support/RsaKeyPairFixture.h"  // first: wincrypt macros before the constants catalogue
+#include "support/RsaKeyPairFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -23,6 +23,7 @@
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 
 namespace quiv {
@@ -142,7 +143,7 @@ TEST_F(CRSAKeyPairInteropTest, BlobsWrittenByOpensslLoadAsExchangeKeys) {
   Ref<CRSAKeyPair> pair = Pair(kExchange);
   ASSERT_TRUE(pair->LoadKeyPair(PathString("theirs.priv"), FILE_BINARY));
   int16_t contents = 0;
-  ASSERT_TRUE(pair->GetKeyPairContents(contents));
+  ASSERT_TRUE(Internal(pair).GetKeyPairContents(contents));
   EXPECT_EQ(contents, KEY_PAIR);
   String hex;
   ASSERT_TRUE(pair->UnloadPrivateKey(hex, STRING_HEX));
@@ -153,7 +154,7 @@ TEST_F(CRSAKeyPairInteropTest, BlobsWrittenByOpensslLoadAsExchangeKeys) {
 
   Ref<CRSAKeyPair> publicOnly = Pair(kExchange);
   ASSERT_TRUE(publicOnly->LoadPublicKey(PathString("theirs.pub"), FILE_BINARY));
-  ASSERT_TRUE(publicOnly->GetKeyPairContents(contents));
+  ASSERT_TRUE(Internal(publicOnly).GetKeyPairContents(contents));
   EXPECT_EQ(contents, PUBLIC_KEY);
   ASSERT_TRUE(publicOnly->UnloadPublicKey(hex, STRING_HEX));
   EXPECT_EQ(hex.ToUtf8(), HexOf(theirPublic));

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "automation/ByteArray.h"
 #include "constants/CConstQUIV.h"
@@ -20,6 +21,7 @@
 #include "platform/PlatformSeam.h"
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 
 namespace quiv {
@@ -317,7 +319,7 @@ TEST_F(CRSAKeyPairSignTest, SigningNeedsAContext) {
   String block;
   EXPECT_TRUE(FailedWith(pair->Sign(Message("message"), block, STRING_HEX), pair->m_oLastError,
                          GENERAL_ERROR_NO_CONTEXT, "QUIV.CRSAKeyPair.Sign"));
-  pair->Terminate();
+  Internal(pair).Terminate();
   idle->TerminateAll();
 }
 
@@ -348,8 +350,8 @@ TEST_F(CRSAKeyPairSignTest, SignUsesTheContainersKeyOfTheKeySpecificationNotTheO
   ASSERT_TRUE(first->Sign(message, block, STRING_HEX));
   EXPECT_FALSE(Verifies(first, message, block));
   EXPECT_TRUE(Verifies(second, message, block));
-  first->Terminate();
-  second->Terminate();
+  Internal(first).Terminate();
+  Internal(second).Terminate();
   provider->TerminateAll();
 }
 
@@ -389,7 +391,7 @@ TEST_F(CRSAKeyPairSignTest, The9xFamilyUsesTheNarrowEntryPoints) {
     EXPECT_EQ(counter.signNarrow, 2);
     EXPECT_EQ(counter.verifyNarrow, 1);
     EXPECT_EQ(counter.signWide + counter.verifyWide, 0);
-    pair->Terminate();
+    Internal(pair).Terminate();
     provider->TerminateAll();
   }
 }
@@ -431,6 +433,27 @@ TEST_F(CRSAKeyPairSignTest, AVerificationRefusedForAnotherReasonIsAFailure) {
                          "QUIV.CRSAKeyPair.VerifySignature"));
   EXPECT_TRUE(valid);
 }
+
+// --- the hash algorithm's write-back and the variable's type ---
+
+template <class Alg>
+concept SignTakes = requires(CRSAKeyPair& pair, const Ref<IHash>& signee, String& block, Alg&& a) {
+  pair.Sign(signee, block, STRING_HEX, std::forward<Alg>(a));
+};
+template <class Alg>
+concept VerifyTakes = requires(CRSAKeyPair& pair, const Ref<IHash>& signee, bool& valid, Alg&& a) {
+  pair.VerifySignature(signee, String(), STRING_HEX, valid, std::forward<Alg>(a));
+};
+
+// An int32_t variable receives CALG_MD5 for -1; constants and temporaries are read only.
+static_assert(SignTakes<int32_t&> && VerifyTakes<int32_t&>);
+static_assert(SignTakes<int32_t> && VerifyTakes<int32_t>);
+static_assert(SignTakes<const int16_t&> && VerifyTakes<const int16_t&>);
+// A variable of another type would silently miss the write-back: it does not compile.
+static_assert(!SignTakes<int16_t&> && !VerifyTakes<int16_t&>);
+static_assert(!SignTakes<int64_t&> && !VerifyTakes<int64_t&>);
+static_assert(!SignTakes<uint32_t&> && !VerifyTakes<uint32_t&>);
+static_assert(!SignTakes<ALG_ID&> && !VerifyTakes<ALG_ID&>);
 
 }  // namespace
 }  // namespace quiv

@@ -1,7 +1,7 @@
 // CRSAKeyPair: its state and key specification, generation, the handle routines the session key
 // uses, the modulus, the PublicKey / PrivateKey views, Clear and termination, against the real
 // software provider with its key stores in a temporary folder.
-#include "support/RsaKeyPairFixture.h"  // first: wincrypt macros before the constants catalogue
+#include "support/RsaKeyPairFixture.h"
 
 #include "signing/CRSAKeyPair.h"
 
@@ -18,6 +18,7 @@
 #include "errors/QuivError.h"
 #include "platform/ForwardingPlatform.h"
 #include "platform/PlatformSeam.h"
+#include "support/InternalAccess.h"
 #include "support/RecordMatchers.h"
 
 namespace quiv {
@@ -118,20 +119,20 @@ TEST_F(CRSAKeyPairTest, AFreshObjectHoldsNoKeysAndAsksForNothing) {
 TEST_F(CRSAKeyPairTest, TheKeyPairHandleOfAnEmptyObjectNamesItsKeySpecification) {
   HCRYPTKEY key = 5;
   Ref<CRSAKeyPair> exchange = Pair(kExchange);
-  EXPECT_TRUE(FailedWith(exchange->GetKeyPairHandle(key), exchange->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(exchange).GetKeyPairHandle(key), exchange->m_oLastError,
                          KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_EXCHANGE_KEY_PAIR,
                          "QUIV.CRSAKeyPair.GetKeyPairHandle"));
   EXPECT_TRUE(Shows(exchange, "key pair type=1"));
 
   Ref<CRSAKeyPair> signature = Pair(kSignature);
-  EXPECT_TRUE(FailedWith(signature->GetKeyPairHandle(key), signature->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(signature).GetKeyPairHandle(key), signature->m_oLastError,
                          KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_SIGNATURE_KEY_PAIR,
                          "QUIV.CRSAKeyPair.GetKeyPairHandle"));
   EXPECT_TRUE(Shows(signature, "key pair type=2"));
 
   // Before the factory fixes the specification it is 0, which is neither.
   Ref<CRSAKeyPair> unset = Pair(0);
-  EXPECT_TRUE(FailedWith(unset->GetKeyPairHandle(key), unset->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(unset).GetKeyPairHandle(key), unset->m_oLastError,
                          KEY_ERROR_MUST_BE_EITHER_SIGNATURE_OR_EXCHANGE_KEY_PAIR_TYPE,
                          "QUIV.CRSAKeyPair.GetKeyPairHandle"));
   EXPECT_TRUE(Shows(unset, "key pair type=0"));
@@ -141,7 +142,7 @@ TEST_F(CRSAKeyPairTest, TheKeyPairHandleOfAnEmptyObjectNamesItsKeySpecification)
 TEST_F(CRSAKeyPairTest, ThePublicKeyHandleOfAnEmptyObjectIsRefusedUnderItsOwnSource) {
   HCRYPTKEY key = 5;
   Ref<CRSAKeyPair> pair = Pair(kSignature);
-  EXPECT_TRUE(FailedWith(pair->GetPublicKeyHandle(key), pair->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(pair).GetPublicKeyHandle(key), pair->m_oLastError,
                          KEY_ERROR_KEY_PAIR_OBJECT_HAS_NO_KEYS,
                          "QUIV.CRSAPublicKey.GetPublicKeyHandle"));
   EXPECT_EQ(key, 5u);
@@ -151,14 +152,14 @@ TEST_F(CRSAKeyPairTest, OnlyTheTwoKeySpecificationsAreAccepted) {
   Ref<CRSAKeyPair> pair = Pair(0);
   for (int16_t keySpec : {int16_t{0}, int16_t{3}, int16_t{-1}, int16_t{0x2400}}) {
     SCOPED_TRACE(keySpec);
-    EXPECT_TRUE(FailedWith(pair->SetExOrSigKeyObject(keySpec), pair->m_oLastError,
+    EXPECT_TRUE(FailedWith(Internal(pair).SetExOrSigKeyObject(keySpec), pair->m_oLastError,
                            KEY_ERROR_MUST_BE_EITHER_SIGNATURE_OR_EXCHANGE_KEY_PAIR_TYPE,
                            "QUIV.CRSAKeyPair.SetExOrSigKeyObject"));
   }
-  EXPECT_TRUE(pair->SetExOrSigKeyObject(kSignature));
-  EXPECT_TRUE(pair->SetExOrSigKeyObject(kExchange));
+  EXPECT_TRUE(Internal(pair).SetExOrSigKeyObject(kSignature));
+  EXPECT_TRUE(Internal(pair).SetExOrSigKeyObject(kExchange));
   HCRYPTKEY key = 0;
-  EXPECT_TRUE(FailedWith(pair->GetKeyPairHandle(key), pair->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(pair).GetKeyPairHandle(key), pair->m_oLastError,
                          KEY_ERROR_CONTAINER_DOES_NOT_CONTAIN_EXCHANGE_KEY_PAIR,
                          "QUIV.CRSAKeyPair.GetKeyPairHandle"));
 }
@@ -293,8 +294,8 @@ TEST_F(CRSAKeyPairTest, GenerationFailsWhenTheOldKeyCannotBeDestroyed) {
 TEST_F(CRSAKeyPairTest, AFullPairHandsOutItsOneHandleAsPairAndPublicKey) {
   Ref<CRSAKeyPair> pair = Generated(kExchange, 512);
   HCRYPTKEY pairHandle = 0, publicHandle = 0;
-  ASSERT_TRUE(pair->GetKeyPairHandle(pairHandle));
-  ASSERT_TRUE(pair->GetPublicKeyHandle(publicHandle));
+  ASSERT_TRUE(Internal(pair).GetKeyPairHandle(pairHandle));
+  ASSERT_TRUE(Internal(pair).GetPublicKeyHandle(publicHandle));
   EXPECT_NE(pairHandle, 0u);
   EXPECT_EQ(pairHandle, publicHandle);
   // The handle is a live key of the provider: its length reads back.
@@ -309,9 +310,9 @@ TEST_F(CRSAKeyPairTest, APublicKeyHasAPublicHandleButNoPairHandle) {
   Ref<CRSAKeyPair> pair = PublicOnlyOf(source, kSignature);
   EXPECT_EQ(Contents(pair), PUBLIC_KEY);
   HCRYPTKEY publicHandle = 0, pairHandle = 9;
-  ASSERT_TRUE(pair->GetPublicKeyHandle(publicHandle));
+  ASSERT_TRUE(Internal(pair).GetPublicKeyHandle(publicHandle));
   EXPECT_NE(publicHandle, 0u);
-  EXPECT_TRUE(FailedWith(pair->GetKeyPairHandle(pairHandle), pair->m_oLastError,
+  EXPECT_TRUE(FailedWith(Internal(pair).GetKeyPairHandle(pairHandle), pair->m_oLastError,
                          KEY_ERROR_KEY_PAIR_FN_ATTEMPTED_WITH_PUBLIC_KEY_HANDLE,
                          "QUIV.CRSAKeyPair.GetKeyPairHandle"));
   EXPECT_EQ(pairHandle, 9u);
@@ -381,7 +382,7 @@ TEST_F(CRSAKeyPairTest, ClearDestroysTheKeyAndKeepsTheSettingsAndTheView) {
   ASSERT_TRUE(pair->GenerateKeyPair());
   ASSERT_FALSE(pair->PublicKey().IsNothing());
   HCRYPTKEY old = 0;
-  ASSERT_TRUE(pair->GetKeyPairHandle(old));
+  ASSERT_TRUE(Internal(pair).GetKeyPairHandle(old));
   {
     CountingDestroy counter;
     platform::ScopedPlatformOverride use(counter);
@@ -423,10 +424,10 @@ TEST_F(CRSAKeyPairTest, TerminationReleasesTheProviderAndLeavesTheKeyToClear) {
   {
     Ref<CRSAKeyPair> pair = Generated(kSignature, 512);
     int32_t modulus = 0;
-    ASSERT_TRUE(pair->GetModulus(modulus));      // makes the key tools
-    ASSERT_FALSE(pair->SetExOrSigKeyObject(9));  // makes the record
+    ASSERT_TRUE(pair->GetModulus(modulus));               // makes the key tools
+    ASSERT_FALSE(Internal(pair).SetExOrSigKeyObject(9));  // makes the record
     EXPECT_EQ(s_provider.UseCount(), before + 1);
-    pair->Terminate();
+    Internal(pair).Terminate();
     EXPECT_EQ(s_provider.UseCount(), before);
     EXPECT_TRUE(pair->m_oLastError.IsNothing());
     EXPECT_EQ(Contents(pair), KEY_PAIR);  // termination does not destroy the key
@@ -467,7 +468,7 @@ TEST_F(CRSAKeyPairTest, TheSessionKeySlotThrowsWithoutARecord) {
 
 TEST_F(CRSAKeyPairTest, WithoutAProviderEveryPlatformRoutineFailsCleanly) {
   Ref<CRSAKeyPair> pair = MakeRef<CRSAKeyPair>();
-  ASSERT_TRUE(pair->SetExOrSigKeyObject(kSignature));
+  ASSERT_TRUE(Internal(pair).SetExOrSigKeyObject(kSignature));
   ASSERT_TRUE(pair->SetModulus(512));
   EXPECT_TRUE(FailedWith(pair->GenerateKeyPair(), pair->m_oLastError, kErrObjectNotSet,
                          "QUIV.CRSAKeyPair.GenerateKeyPair"));

@@ -1,7 +1,7 @@
 // The provider's key pairs as its factory hands them out: the role (exchange or signature) is set
 // again at every hand-out, whatever a holder of the same object set in between. Also: a new
 // provider has its LastError record from the start.
-#include "support/RsaKeyPairFixture.h"  // wincrypt macros must come before the constants catalogue
+#include "support/RsaKeyPairFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +9,7 @@
 #include "errors/QuivError.h"
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
+#include "support/InternalAccess.h"
 
 namespace quiv {
 namespace {
@@ -23,7 +24,7 @@ class KeyPairHandOutTest : public test::RsaKeyPairFixture {
   // The role an empty pair names when asked for its key-pair handle.
   static int32_t RoleRefusal(const Ref<CRSAKeyPair>& pair) {
     HCRYPTKEY handle = 0;
-    EXPECT_FALSE(pair->GetKeyPairHandle(handle));
+    EXPECT_FALSE(Internal(pair).GetKeyPairHandle(handle));
     return pair->m_oLastError->m_lErrNumber;
   }
   // Gives the handed-out pair the other role, then asks the provider for it again.
@@ -31,7 +32,7 @@ class KeyPairHandOutTest : public test::RsaKeyPairFixture {
                                  int32_t otherRefusal) {
     Ref<CRSAKeyPair> pair;
     ASSERT_TRUE((*s_provider.*handOut)(pair));
-    ASSERT_TRUE(pair->SetExOrSigKeyObject(otherRole));
+    ASSERT_TRUE(Internal(pair).SetExOrSigKeyObject(otherRole));
     EXPECT_EQ(RoleRefusal(pair), otherRefusal);
     Ref<CRSAKeyPair> again;
     ASSERT_TRUE((*s_provider.*handOut)(again));

@@ -2,7 +2,7 @@
 // a message, derives a key from a pass phrase, encrypts, unloads the ciphertext as hex, wraps the
 // session key for the recipient's exchange key and signs; the recipient verifies, unwraps and
 // decrypts. Everything crosses between the two sessions as hex text only.
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #ifndef QUIV_TESTS_SUPPORT_PLATFORMSPY_H
 #define QUIV_TESTS_SUPPORT_PLATFORMSPY_H
 
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include <cstdint>
 #include <cstring>

@@ -8,7 +8,7 @@
 #ifndef QUIV_TESTS_SUPPORT_RSAKEYPAIRFIXTURE_H
 #define QUIV_TESTS_SUPPORT_RSAKEYPAIRFIXTURE_H
 
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -29,6 +29,7 @@
 #include "provider/CContainer.h"
 #include "provider/CProvider.h"
 #include "signing/CRSAKeyPair.h"
+#include "support/InternalAccess.h"
 #include "support/TempKeyStore.h"
 #include "support/VectorFile.h"
 
@@ -68,9 +69,9 @@ class RsaKeyPairFixture : public ::testing::Test {
   // would.
   static Ref<CRSAKeyPair> Pair(const Ref<CProvider>& provider, int16_t keySpec) {
     Ref<CRSAKeyPair> pair = MakeRef<CRSAKeyPair>();
-    EXPECT_TRUE(pair->SetProvider(provider));
+    EXPECT_TRUE(Internal(pair).SetProvider(provider));
     if (keySpec != 0) {
-      EXPECT_TRUE(pair->SetExOrSigKeyObject(keySpec));
+      EXPECT_TRUE(Internal(pair).SetExOrSigKeyObject(keySpec));
     }
     return pair;
   }
@@ -100,7 +101,7 @@ class RsaKeyPairFixture : public ::testing::Test {
   // A session key derived from a phrase (or none made when the phrase is empty).
   static Ref<CSessionKey> SessionKey(int32_t algorithm, const String& phrase) {
     Ref<CSessionKey> key = MakeRef<CSessionKey>();
-    EXPECT_TRUE(key->SetProvider(s_provider));
+    EXPECT_TRUE(Internal(key).SetProvider(s_provider));
     EXPECT_TRUE(key->SetKeyAlgorithmID(algorithm));
     if (!phrase.IsEmpty()) {
       EXPECT_TRUE(key->SetKeyPhrase(phrase));
@@ -111,7 +112,7 @@ class RsaKeyPairFixture : public ::testing::Test {
 
   static int16_t Contents(const Ref<CRSAKeyPair>& pair) {
     int16_t contents = 0;
-    EXPECT_TRUE(pair->GetKeyPairContents(contents));
+    EXPECT_TRUE(Internal(pair).GetKeyPairContents(contents));
     return contents;
   }
   static String PublicHex(const Ref<CRSAKeyPair>& pair) {

@@ -6,7 +6,7 @@
 #ifndef QUIV_TESTS_SUPPORT_SESSIONKEYFIXTURE_H
 #define QUIV_TESTS_SUPPORT_SESSIONKEYFIXTURE_H
 
-#include "support/QuietLog.h"  // wincrypt macros must come before the constants catalogue
+#include "support/QuietLog.h"
 
 #include <gtest/gtest.h>
 
@@ -20,6 +20,7 @@
 #include "data/CMessagetext.h"
 #include "keys/CSessionKey.h"
 #include "provider/CProvider.h"
+#include "support/InternalAccess.h"
 #include "support/TempKeyStore.h"
 
 namespace quiv::test {
@@ -44,7 +45,7 @@ class SessionKeyFixture : public ::testing::Test {
   void TearDown() override {
     for (Ref<CSessionKey>& key : m_keys) {
       key->Clear();
-      key->Terminate();
+      Internal(key).Terminate();
     }
     if (!provider.IsNothing()) provider->TerminateAll();
   }
@@ -69,7 +70,7 @@ class SessionKeyFixture : public ::testing::Test {
 
   Ref<CSessionKey> NewKey() {
     Ref<CSessionKey> key = MakeRef<CSessionKey>();
-    EXPECT_TRUE(key->SetProvider(provider));
+    EXPECT_TRUE(Internal(key).SetProvider(provider));
     m_keys.push_back(key);
     return key;
   }
