@@ -15,7 +15,6 @@
 // - a session key that loads either encrypts a message and decrypts it back, or refuses (an RC2
 //   key longer than the provider's maximum cannot encrypt) and leaves the message as it was;
 // - nothing ever crashes or leaks.
-#include "platform/wincrypt.h"
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
@@ -23,6 +22,7 @@
 #include <filesystem>
 #include <string>
 #include <vector>
+#include "platform/wincrypt.h"
 
 #include "FuzzSupport.h"
 #include "RecordedKeys.h"

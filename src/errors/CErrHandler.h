@@ -46,14 +46,6 @@ namespace quiv {
 
 class QUIV_API CErrHandler final : public Object {
  public:
-  // The platform version query the reporting step needs ("95", "98", "NT" or "2K"). The provider
-  // answers it; the record's reference to one is never assigned (see above).
-  class IWinVerQuery {
-   public:
-    virtual ~IWinVerQuery() = default;
-    virtual String GetWinVer() = 0;
-  };
-
   // The application log the record writes to, as the run time's log service is addressed.
   static constexpr char16_t kLogPath[] = u"c:\\cryptoerr.log";
   // Automatic choice of target (the system log on the NT family, the file otherwise), with the
@@ -139,6 +131,14 @@ class QUIV_API CErrHandler final : public Object {
   String TypeName() const override { return u"CErrHandler"; }
 
  private:
+  // The platform version query the reporting step needs ("95", "98", "NT" or "2K"). The provider
+  // answers it; the record's reference to one is never assigned (see above).
+  class IWinVerQuery {
+   public:
+    virtual ~IWinVerQuery() = default;
+    virtual String GetWinVer() = 0;
+  };
+
   bool ParseInformation();
   bool AssembleErrorMessage();
   // Rewrites io_sSource to "<description> - <source>. " and writes it to the log. A logging

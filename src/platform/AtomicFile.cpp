@@ -23,9 +23,10 @@ std::atomic<uint64_t> g_tempCounter{0};
 std::atomic<AtomicFileCalls*> g_calls{nullptr};
 
 AtomicFileCalls& Calls() {
-  static AtomicFileCalls system;
+  // Never destroyed, so that a store used from an exit handler still has its system calls.
+  static AtomicFileCalls* const system = new AtomicFileCalls();
   AtomicFileCalls* installed = g_calls.load();
-  return installed != nullptr ? *installed : system;
+  return installed != nullptr ? *installed : *system;
 }
 
 [[noreturn]] void ThrowErrno(int error) {
@@ -83,12 +84,13 @@ std::filesystem::path FolderOf(const std::filesystem::path& path) {
 }
 
 // Writes the complete temporary file; its content is on disk when this returns.
-void WriteTemporary(const std::filesystem::path& temporary, std::span<const uint8_t> bytes) {
+void WriteTemporary(const std::filesystem::path& temporary, std::span<const uint8_t> bytes,
+                    mode_t mode) {
   Descriptor file(
       Calls().Open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
   if (file.get() < 0) ThrowErrno(errno);
-  // The umask may have removed bits from 0600 at creation; set the mode exactly.
-  if (::fchmod(file.get(), 0600) != 0) ThrowErrno(errno);
+  // The umask may have removed bits at creation; set the mode exactly.
+  if (::fchmod(file.get(), mode) != 0) ThrowErrno(errno);
   WriteAll(file.get(), bytes);
   if (Calls().Fsync(file.get()) != 0) ThrowErrno(errno);
   if (const int error = file.Close(); error != 0) ThrowErrno(error);
@@ -129,11 +131,15 @@ uint32_t AtomicFile::ErrorCode(int error) {
 }
 
 void AtomicFile::MakePrivateFolder(const std::filesystem::path& folder) {
+  MakeFolder(folder, 0700);
+}
+
+void AtomicFile::MakeFolder(const std::filesystem::path& folder, mode_t mode) {
   std::filesystem::path current;
   for (const auto& part : folder) {
     current /= part;
-    if (::mkdir(current.c_str(), 0700) == 0) {
-      if (::chmod(current.c_str(), 0700) != 0) ThrowErrno(errno);
+    if (::mkdir(current.c_str(), mode) == 0) {
+      if (::chmod(current.c_str(), mode) != 0) ThrowErrno(errno);
       SyncFolder(FolderOf(current));
       continue;
     }
@@ -144,10 +150,11 @@ void AtomicFile::MakePrivateFolder(const std::filesystem::path& folder) {
   if (!S_ISDIR(info.st_mode)) ThrowErrno(ENOTDIR);
 }
 
-void AtomicFile::Write(const std::filesystem::path& target, std::span<const uint8_t> bytes) {
+void AtomicFile::Write(const std::filesystem::path& target, std::span<const uint8_t> bytes,
+                       mode_t mode) {
   const auto temporary = TemporaryFor(target);
   try {
-    WriteTemporary(temporary, bytes);
+    WriteTemporary(temporary, bytes, mode);
     if (const auto hook = g_beforeRename.load()) hook(temporary);
     if (Calls().Rename(temporary, target) != 0) ThrowErrno(errno);
   } catch (...) {

@@ -1,7 +1,8 @@
 // AtomicFile: the file operations of the container store, made crash-safe. A file is replaced
 // by writing a temporary file in the same folder, fsyncing it, renaming it over the target and
 // fsyncing the folder, so after a crash or a kill the target holds the old or the new content,
-// whole. Files are made 0600 and folders 0700 whatever the process umask. Callers serialise
+// whole. Files are made 0600 and folders 0700 whatever the process umask, unless a caller asks
+// for another mode (files others must read, such as a machine-wide registry). Callers serialise
 // writers to one folder (the container store holds its exclusive FileLock).
 //
 // Ownership: stateless; every buffer belongs to the caller. The test hooks (a function pointer
@@ -17,6 +18,8 @@
 #include <filesystem>
 #include <optional>
 #include <span>
+
+#include <sys/types.h>
 
 #include "platform/SecureBytes.h"
 
@@ -35,10 +38,13 @@ class AtomicFile final {
   // Creates `folder` and any missing parent, each new one 0700 (existing folders are left as
   // they are). throws the errno codes.
   static void MakePrivateFolder(const std::filesystem::path& folder);
+  // The same with `mode` for the new folders.
+  static void MakeFolder(const std::filesystem::path& folder, mode_t mode);
 
-  // Replaces `target` with `bytes` atomically and durably; the new file is 0600.
+  // Replaces `target` with `bytes` atomically and durably; the new file has `mode`.
   // On failure the target is untouched and the temporary file removed. throws the errno codes.
-  static void Write(const std::filesystem::path& target, std::span<const uint8_t> bytes);
+  static void Write(const std::filesystem::path& target, std::span<const uint8_t> bytes,
+                    mode_t mode = 0600);
 
   // The whole content of `path`, or nullopt when it does not exist. A path that is not a
   // regular file (a symbolic link, a folder) or is larger than `maxBytes` is not one of ours:

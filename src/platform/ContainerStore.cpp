@@ -20,6 +20,7 @@
 #include "platform/CspError.h"
 #include "platform/FileLock.h"
 #include "platform/Ossl.h"
+#include "platform/UserHome.h"
 
 namespace quiv::platform {
 namespace {
@@ -85,24 +86,12 @@ bool IsContainerFileName(const std::string& name) {
                      [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
 }
 
-std::optional<std::string> HomeOfUser() {
-  if (const auto home = Environment("HOME"); !home.empty()) return std::string(home);
-  std::vector<char> buffer(16384);
-  passwd entry{};
-  passwd* found = nullptr;
-  if (::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found) == 0 &&
-      found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] != '\0') {
-    return std::string(found->pw_dir);
-  }
-  return std::nullopt;
-}
-
 std::filesystem::path UserFolder() {
   // XDG base directories: a relative XDG_DATA_HOME is invalid and ignored.
   if (const auto xdg = Environment("XDG_DATA_HOME"); !xdg.empty() && xdg.front() == '/') {
     return std::filesystem::path(xdg) / "quiv" / "keys";
   }
-  const auto home = HomeOfUser();
+  const auto home = UserHome();
   if (!home) throw CspError(NTE_FAIL);
   return std::filesystem::path(*home) / ".local" / "share" / "quiv" / "keys";
 }

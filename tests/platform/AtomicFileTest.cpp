@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +18,7 @@
 #include "platform/AtomicFileCalls.h"
 #include "platform/CspError.h"
 #include "platform/wincrypt.h"
+#include "support/ChildProcess.h"
 #include "support/PlatformTestHelpers.h"
 #include "support/StoreLogRecorder.h"
 #include "support/TempKeyStore.h"
@@ -58,6 +58,13 @@ TEST_F(AtomicFileTest, WriteCreatesAndReplacesWithMode0600) {
   EXPECT_EQ(ModeOf(m_file), 0600u);
   EXPECT_EQ(*AtomicFile::Read(m_file, 100), (SecureBytes{4, 5}));
   EXPECT_EQ(EntriesIn(m_temp.folder()), 1u);  // no temporary left behind
+}
+
+TEST_F(AtomicFileTest, WriteWithAnotherModeSetsThatModeWhateverTheUmask) {
+  const mode_t previous = ::umask(0077);
+  AtomicFile::Write(m_file, Bytes{1}, 0644);
+  ::umask(previous);
+  EXPECT_EQ(ModeOf(m_file), 0644u);
 }
 
 void FailingHook(const fs::path&) {
@@ -117,6 +124,15 @@ TEST_F(AtomicFileTest, MakePrivateFolderCreatesEveryLevel0700) {
             static_cast<uint32_t>(NTE_FAIL));
 }
 
+TEST_F(AtomicFileTest, MakeFolderGivesNewFoldersTheModeAskedFor) {
+  const mode_t previous = ::umask(0077);
+  AtomicFile::MakeFolder(m_temp.folder() / "shared" / "quiv", 0755);
+  ::umask(previous);
+  EXPECT_EQ(ModeOf(m_temp.folder() / "shared"), 0755u);
+  EXPECT_EQ(ModeOf(m_temp.folder() / "shared" / "quiv"), 0755u);
+  EXPECT_EQ(ModeOf(m_temp.folder()), 0700u);  // existing folders are left as they are
+}
+
 TEST_F(AtomicFileTest, StaleTemporariesAreRemovedAndNothingElse) {
   AtomicFile::Write(m_file, Bytes{1});
   std::ofstream(m_temp.folder() / (std::string(AtomicFile::kTempPrefix) + "file-1-0")) << "x";
@@ -150,22 +166,17 @@ TEST_F(AtomicFileTest, RemoveThatCannotSaysWhyInTheLog) {
   fs::create_directories(m_file / "inner");
   std::ofstream(m_file / "inner" / "data") << "x";
   ASSERT_EQ(0, ::chmod(m_temp.folder().c_str(), 0777));
-  const pid_t child = ::fork();
-  if (child == 0) {
-    test::StoreLogRecorder log;
-    if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) ::_exit(10);
-    if (ErrorOf([&] { AtomicFile::Remove(m_file); }) != static_cast<uint32_t>(NTE_PERM)) {
-      ::_exit(1);
-    }
+  const int status = test::ExitStatusOf(test::Spawn([&] {
+    const test::StoreLogRecorder log;
+    if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) return 10;
+    if (ErrorOf([&] { AtomicFile::Remove(m_file); }) != static_cast<uint32_t>(NTE_PERM)) return 1;
     const std::string text = log.Text();
-    if (text.find("cannot remove " + m_file.string()) == std::string::npos) ::_exit(2);
-    if (text.find(std::strerror(EACCES)) == std::string::npos) ::_exit(3);
-    ::_exit(0);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
+    if (text.find("cannot remove " + m_file.string()) == std::string::npos) return 2;
+    if (text.find(std::strerror(EACCES)) == std::string::npos) return 3;
+    return 0;
+  }));
   ::chmod(m_temp.folder().c_str(), 0700);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
+  EXPECT_EQ(status, 0);
   EXPECT_TRUE(fs::exists(m_file / "inner" / "data"));
 }
 

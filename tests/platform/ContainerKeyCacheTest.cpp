@@ -8,7 +8,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -28,6 +27,7 @@
 #include "platform/ProviderInfo.h"
 #include "platform/RsaKey.h"
 #include "platform/wincrypt.h"
+#include "support/ChildProcess.h"
 #include "support/PlatformTestHelpers.h"
 #include "support/TempKeyStore.h"
 
@@ -50,20 +50,9 @@ void WriteFile(const fs::path& path, std::span<const uint8_t> bytes) {
             static_cast<std::streamsize>(bytes.size()));
 }
 
-// Runs `body` in a child process and returns its exit status (an exception: 99).
+// Runs `body` in a child process and returns its exit status.
 int InChild(const std::function<int()>& body) {
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    int status = 99;
-    try {
-      status = body();
-    } catch (...) {
-    }
-    ::_exit(status);
-  }
-  int status = 0;
-  if (::waitpid(pid, &status, 0) != pid) return -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return test::ExitStatusOf(test::Spawn(body));
 }
 
 class ContainerKeyCacheTest : public ::testing::Test {
@@ -101,21 +90,11 @@ TEST_F(ContainerKeyCacheTest, AReopenedUnchangedContainerSharesTheParsedKey) {
 TEST_F(ContainerKeyCacheTest, AContainerRewrittenByAnotherProcessIsReadAgain) {
   const Bytes before = StoreNewPair(m_store, "site");
   EXPECT_EQ(PublicOf("site"), before);
-  int fds[2];
-  ASSERT_EQ(0, ::pipe(fds));
-  const int status = InChild([&] {
+  const Bytes written = test::BytesFromChild([&] {
     ContainerStore store(StoreScope::User);
-    const Bytes written = StoreNewPair(store, "site");
-    return ::write(fds[1], written.data(), written.size()) == static_cast<ssize_t>(written.size())
-               ? 0
-               : 1;
+    return StoreNewPair(store, "site");
   });
-  ::close(fds[1]);
-  Bytes written(before.size());
-  const ssize_t got = ::read(fds[0], written.data(), written.size());
-  ::close(fds[0]);
-  ASSERT_EQ(status, 0);
-  ASSERT_EQ(got, static_cast<ssize_t>(written.size()));
+  ASSERT_EQ(written.size(), before.size());
   EXPECT_NE(written, before);
   EXPECT_EQ(PublicOf("site"), written);
 }
@@ -128,28 +107,20 @@ TEST_F(ContainerKeyCacheTest, ARewriteInPlaceWithSizeInodeAndTimeKeptIsStillSeen
   const fs::path path = m_store.PathOf("site");
   struct stat old {};
   ASSERT_EQ(0, ::stat(path.c_str(), &old));
-  int fds[2];
-  ASSERT_EQ(0, ::pipe(fds));
-  const int status = InChild([&] {
+  const Bytes written = test::BytesFromChild([&]() -> Bytes {
     ContainerFile file("site");
     const auto pair = RsaKey::Generate(m_strong, CALG_RSA_SIGN, 512u << 16);
     file.SetPair(AT_SIGNATURE, pair->StoredForm());
     const SecureBytes image = file.Encode();
     const int fd = ::open(path.c_str(), O_WRONLY);
     if (fd < 0 || ::write(fd, image.data(), image.size()) != static_cast<ssize_t>(image.size())) {
-      return 1;
+      return {};
     }
     const timespec times[2] = {old.st_atim, old.st_mtim};
-    if (::futimens(fd, times) != 0 || ::close(fd) != 0) return 2;
-    const Bytes blob = pair->ExportPublicBlob();
-    return ::write(fds[1], blob.data(), blob.size()) == static_cast<ssize_t>(blob.size()) ? 0 : 3;
+    if (::futimens(fd, times) != 0 || ::close(fd) != 0) return {};
+    return pair->ExportPublicBlob();
   });
-  ::close(fds[1]);
-  Bytes written(before.size());
-  const ssize_t got = ::read(fds[0], written.data(), written.size());
-  ::close(fds[0]);
-  ASSERT_EQ(status, 0);
-  ASSERT_EQ(got, static_cast<ssize_t>(written.size()));
+  ASSERT_EQ(written.size(), before.size());
   struct stat now {};
   ASSERT_EQ(0, ::stat(path.c_str(), &now));
   ASSERT_EQ(now.st_ino, old.st_ino);

@@ -7,7 +7,6 @@
 #include <pwd.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +24,7 @@
 
 #include "platform/AtomicFile.h"
 #include "platform/CspError.h"
+#include "support/ChildProcess.h"
 #include "support/PlatformTestHelpers.h"
 #include "support/StoreLogRecorder.h"
 #include "support/TempKeyStore.h"
@@ -74,25 +74,8 @@ mode_t ModeOf(const fs::path& path) {
   return info.st_mode & 07777;
 }
 
-// Runs `body` in a child process; its return value becomes the exit status (exceptions: 99).
-pid_t Spawn(const std::function<int()>& body) {
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    int status = 99;
-    try {
-      status = body();
-    } catch (...) {
-    }
-    ::_exit(status);
-  }
-  return pid;
-}
-
-int ExitStatusOf(pid_t pid) {
-  int status = 0;
-  if (::waitpid(pid, &status, 0) != pid) return -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
+using test::ExitStatusOf;
+using test::Spawn;
 
 class ContainerStoreTest : public ::testing::Test {
  protected:

@@ -4,13 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <cstdio>
 #include <filesystem>
 #include <map>
-#include <memory>
-#include <sstream>
 #include <string>
 
+#include "support/DynamicSymbols.h"
+
+namespace quiv {
 namespace {
 
 namespace fs = std::filesystem;
@@ -30,24 +30,7 @@ fs::path Library() {
   return fs::path(QUIV_BINARY_DIR) / "src" / "libquiv.so";
 }
 
-// Defined dynamic symbols: name -> nm type letter.
-std::map<std::string, char> DynamicSymbols(const fs::path& library) {
-  std::map<std::string, char> symbols;
-  const std::string command = "nm -D --defined-only '" + library.string() + "' 2>/dev/null";
-  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-  if (!pipe) return symbols;
-  char line[4096];
-  while (std::fgets(line, sizeof line, pipe.get()) != nullptr) {
-    std::istringstream fields(line);
-    std::string address;
-    std::string type;
-    std::string name;
-    if (fields >> address >> type >> name) {
-      symbols[name.substr(0, name.find('@'))] = type[0];
-    }
-  }
-  return symbols;
-}
+using test::DynamicSymbols;
 
 class ExportsTest : public ::testing::Test {
  protected:
@@ -107,3 +90,4 @@ TEST_F(ExportsTest, TheSeamIsExported) {
 }
 
 }  // namespace
+}  // namespace quiv
