@@ -105,7 +105,8 @@ int RunDec(const std::vector<std::string>& args) {
   "  -provider NAME      enhanced (default), base or strong (same keys as enhanced)\n"          \
   "  -mode cbc|ecb|cfb   block cipher mode (default cbc); -iv HEX: the IV (default zeros)\n"    \
   "  -key FILE           a SIMPLEBLOB (binary or hex) instead of -pass, unwrapped with the\n"   \
-  "                      exchange key of -container NAME (-machine: the machine store)\n"       \
+  "                      exchange key of -container NAME (-machine: the machine store);\n"      \
+  "                      the blob names the algorithm: -alg, -keylen, -hash do not apply\n"     \
   "  -P                  print the derived key (and IV) in hex and stop\n"
 
 }  // namespace
