@@ -7,9 +7,10 @@
 
 namespace quiv::bench {
 
-CapiSession::CapiSession() {
-  Check(CryptAcquireContextA(&m_prov, nullptr, MS_ENHANCED_PROV_A, PROV_RSA_FULL,
-                             CRYPT_VERIFYCONTEXT),
+CapiSession::CapiSession() : CapiSession(MS_ENHANCED_PROV_A, PROV_RSA_FULL) {}
+
+CapiSession::CapiSession(const char* name, DWORD type) {
+  Check(CryptAcquireContextA(&m_prov, nullptr, name, type, CRYPT_VERIFYCONTEXT),
         "CryptAcquireContextA");
 }
 

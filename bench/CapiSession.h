@@ -1,7 +1,8 @@
 // CapiSession: the benchmarks' side of the provider, reached only through the CryptoAPI C
 // functions of platform/wincrypt.h. It holds one ephemeral (CRYPT_VERIFYCONTEXT) session of the
-// Enhanced provider and owns every key it makes: they are destroyed, then the context released,
-// when the session ends. Failures throw std::runtime_error naming the call and its error code.
+// Enhanced provider (or of another named provider) and owns every key it makes: they are destroyed,
+// then the context released, when the session ends. Failures throw std::runtime_error naming the
+// call and its error code.
 #ifndef QUIV_BENCH_CAPISESSION_H
 #define QUIV_BENCH_CAPISESSION_H
 
@@ -17,6 +18,8 @@ namespace quiv::bench {
 class CapiSession final {
  public:
   CapiSession();
+  // A session of the provider `name` of type `type` (e.g. the AES provider, PROV_RSA_AES).
+  CapiSession(const char* name, DWORD type);
   ~CapiSession();
   CapiSession(const CapiSession&) = delete;
   CapiSession& operator=(const CapiSession&) = delete;

@@ -1,12 +1,13 @@
 // Throughput of the provider against OpenSSL's EVP interface doing the same work in the same
-// process: CryptEncrypt/CryptDecrypt (RC4, RC2, DES, 3DES in CBC with PKCS#5 padding) of 64 KiB
-// in one final call and of 64 MiB streamed in 64 KiB sections (non-final, then a final one),
-// CryptHashData (MD5, SHA-1), and CryptSignHash/CryptVerifySignature (PKCS#1 v1.5 with SHA-1, 1024-
-// and 2048-bit keys). Our side goes only through the C functions of platform/wincrypt.h; the
-// baseline uses the same key bytes (imported as PLAINTEXTKEYBLOB, or the RSA key exported as
-// PRIVATEKEYBLOB and read by OpenSSL). Before timing, every pair is checked to produce the same
-// bytes, so both sides do the same work. Each benchmark runs as Google Benchmark repetitions,
-// interleaved at random; the table printed at the end compares the best repetition of each side.
+// process: CryptEncrypt/CryptDecrypt (RC4, RC2, DES, 3DES, and AES-128/256 of the AES provider, in
+// CBC with PKCS#5 padding) of 64 KiB in one final call and of 64 MiB streamed in 64 KiB sections
+// (non-final, then a final one), CryptHashData (MD5, SHA-1, and SHA-256/512 of the AES provider),
+// and CryptSignHash/CryptVerifySignature (PKCS#1 v1.5 with SHA-1, 1024- and 2048-bit keys). Our
+// side goes only through the C functions of platform/wincrypt.h; the baseline uses the same key
+// bytes (imported as PLAINTEXTKEYBLOB, or the RSA key exported as PRIVATEKEYBLOB and read by
+// OpenSSL). Before timing, every pair is checked to produce the same bytes, so both sides do the
+// same work. Each benchmark runs as Google Benchmark repetitions, interleaved at random; the table
+// printed at the end compares the best repetition of each side.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -34,10 +35,11 @@ constexpr size_t kKiB = 1024;
 constexpr size_t kSmall = 64 * kKiB;
 constexpr size_t kLarge = 64 * kKiB * kKiB;
 constexpr size_t kSection = 64 * kKiB;
-constexpr size_t kBlock = 8;
+constexpr size_t kMaxBlock = 16;  // AES; the other block ciphers have 8
 constexpr size_t kSignedMessage = 64;
 // Samples (batch pairs) per case: 64 KiB and signature cases time batches of about kBatchSeconds;
-// a 64 MiB case times one message per batch, with more samples for the fast ones (RC4, hashes).
+// a 64 MiB case times one message per batch, with more samples for the fast ones (RC4, AES,
+// hashes).
 constexpr int kSmallSamples = 60;
 constexpr int kSlowLargeSamples = 3;
 constexpr int kFastLargeSamples = 10;
@@ -58,7 +60,7 @@ const std::vector<uint8_t>& Plain() {
   return plain;
 }
 std::vector<uint8_t>& Work() {
-  static std::vector<uint8_t> work(kLarge + 2 * kBlock);
+  static std::vector<uint8_t> work(kLarge + 2 * kMaxBlock);
   return work;
 }
 
@@ -67,15 +69,20 @@ struct CipherCase {
   ALG_ID algid;
   const char* evpName;
   size_t keyBytes;
-  bool block;
+  size_t blockBytes;  // 0 for the stream cipher
+  bool aes;           // a cipher of the AES provider
+  bool block() const { return blockBytes != 0; }
 };
 
-// Enhanced-provider key sizes: RC4 and RC2 128 bits (RC2 effective length 128), DES, 3DES.
+// Enhanced-provider key sizes: RC4 and RC2 128 bits (RC2 effective length 128), DES, 3DES; and
+// the AES provider's AES-128 and AES-256.
 constexpr CipherCase kCiphers[] = {
-    {"RC4", CALG_RC4, "RC4", 16, false},
-    {"RC2", CALG_RC2, "RC2-CBC", 16, true},
-    {"DES", CALG_DES, "DES-CBC", 8, true},
-    {"3DES", CALG_3DES, "DES-EDE3-CBC", 24, true},
+    {"RC4", CALG_RC4, "RC4", 16, 0, false},
+    {"RC2", CALG_RC2, "RC2-CBC", 16, 8, false},
+    {"DES", CALG_DES, "DES-CBC", 8, 8, false},
+    {"3DES", CALG_3DES, "DES-EDE3-CBC", 24, 8, false},
+    {"AES-128", CALG_AES_128, "AES-128-CBC", 16, 16, true},
+    {"AES-256", CALG_AES_256, "AES-256-CBC", 32, 16, true},
 };
 
 // One cipher with its key on both sides: our key handle and two EVP contexts (one per
@@ -116,11 +123,11 @@ class CipherPair final {
   // every section is processed exactly in place, and EVP checks and strips the padding at the end.
   size_t Evp(bool encrypt, uint8_t* data, size_t n, size_t section) const {
     EVP_CIPHER_CTX* ctx = encrypt ? m_encrypt.get() : m_decrypt.get();
-    const uint8_t iv[kBlock] = {};
+    const uint8_t iv[kMaxBlock] = {};
     EvpBaseline::Check(
-        EVP_CipherInit_ex2(ctx, nullptr, m_key.data(), m_case.block ? iv : nullptr, -1, nullptr),
+        EVP_CipherInit_ex2(ctx, nullptr, m_key.data(), m_case.block() ? iv : nullptr, -1, nullptr),
         "EVP_CipherInit_ex2");
-    const bool holdPadding = m_case.block && !encrypt;
+    const bool holdPadding = m_case.block() && !encrypt;
     if (holdPadding) EVP_CIPHER_CTX_set_padding(ctx, 0);
     size_t at = 0;
     int out = 0;
@@ -144,7 +151,7 @@ class CipherPair final {
     std::vector<uint8_t>& cipher = m_ciphertexts[n];
     if (cipher.empty()) {
       cipher.assign(Plain().begin(), Plain().begin() + static_cast<std::ptrdiff_t>(n));
-      cipher.resize(n + kBlock);
+      cipher.resize(n + kMaxBlock);
       cipher.resize(Evp(true, cipher.data(), n, n));
     }
     return cipher;
@@ -154,7 +161,7 @@ class CipherPair final {
   void CheckAgreement(size_t n, size_t section) {
     const std::vector<uint8_t>& expected = Ciphertext(n);
     std::vector<uint8_t> buffer(Plain().begin(), Plain().begin() + static_cast<std::ptrdiff_t>(n));
-    buffer.resize(n + kBlock);
+    buffer.resize(n + kMaxBlock);
     const size_t length = Ours(true, buffer.data(), n, section, buffer.size());
     if (length != expected.size() ||
         !std::equal(expected.begin(), expected.end(), buffer.begin())) {
@@ -278,6 +285,7 @@ class SignaturePair final {
 // Everything the benchmarks share, made once before the first run.
 struct World {
   CapiSession capi;
+  CapiSession aes{MS_ENH_RSA_AES_PROV_A, PROV_RSA_AES};
   EvpBaseline evp;
   std::vector<std::unique_ptr<CipherPair>> ciphers;
   std::vector<std::unique_ptr<SignaturePair>> signatures;
@@ -317,9 +325,9 @@ void RegisterCipher(RatioReporter& reporter, CipherPair& pair, bool encrypt, siz
   const size_t section = large ? kSection : n;
   const std::string name = std::string(pair.Case().label) + (encrypt ? " encrypt " : " decrypt ") +
                            SizeLabel(n) + (large ? " streamed" : "");
-  const int samples = !large              ? kSmallSamples
-                      : pair.Case().block ? kSlowLargeSamples
-                                          : kFastLargeSamples;
+  // AES runs on the processor's AES instructions: as fast as RC4, so it gets as many samples.
+  const bool slow = pair.Case().block() && !pair.Case().aes;
+  const int samples = !large ? kSmallSamples : slow ? kSlowLargeSamples : kFastLargeSamples;
   // A decryption needs the ciphertext back in the buffer first; encryption works over whatever
   // the buffer holds.
   std::function<void()> prepare;
@@ -329,7 +337,9 @@ void RegisterCipher(RatioReporter& reporter, CipherPair& pair, bool encrypt, siz
       std::memcpy(Work().data(), cipher.data(), cipher.size());
     };
   }
-  const size_t length = encrypt ? n : n / kBlock * kBlock + (pair.Case().block ? kBlock : 0);
+  // A final block cipher call pads to the next whole block.
+  const size_t block = pair.Case().blockBytes;
+  const size_t length = encrypt || block == 0 ? n : (n / block + 1) * block;
   RegisterPair(reporter, {name, true, static_cast<double>(n), 0.95}, samples,
                {[&pair, encrypt, length, section] {
                   benchmark::DoNotOptimize(
@@ -345,7 +355,9 @@ void RegisterCipher(RatioReporter& reporter, CipherPair& pair, bool encrypt, siz
 void RegisterHash(RatioReporter& reporter, World& world, const char* label, ALG_ID algid,
                   const char* evpName, size_t n) {
   const EVP_MD* md = world.evp.Digest(evpName);
-  const HCRYPTPROV prov = world.capi.Provider();
+  // SHA-2 exists only in the AES provider.
+  const bool sha2 = algid == CALG_SHA_256 || algid == CALG_SHA_384 || algid == CALG_SHA_512;
+  const HCRYPTPROV prov = sha2 ? world.aes.Provider() : world.capi.Provider();
   auto ctx = std::make_shared<EvpMdCtx>(EVP_MD_CTX_new());
   if (OurDigest(prov, algid, n) != EvpDigest(ctx->get(), md, n)) {
     throw std::runtime_error(std::string(label) + ": digests differ");
@@ -375,10 +387,11 @@ void RegisterSignature(RatioReporter& reporter, SignaturePair& pair, uint32_t bi
 
 void RegisterAll(RatioReporter& reporter, World& world) {
   for (const CipherCase& cipher : kCiphers) {
-    world.ciphers.push_back(std::make_unique<CipherPair>(cipher, world.capi, world.evp));
+    world.ciphers.push_back(
+        std::make_unique<CipherPair>(cipher, cipher.aes ? world.aes : world.capi, world.evp));
     CipherPair& pair = *world.ciphers.back();
     pair.CheckAgreement(kSmall, kSmall);
-    pair.CheckAgreement(4 * kSection + 3 * kBlock, kSection);  // sections and a short last one
+    pair.CheckAgreement(4 * kSection + 24, kSection);  // sections and a short last one
     for (const size_t n : {kSmall, kLarge}) {
       RegisterCipher(reporter, pair, true, n);
       RegisterCipher(reporter, pair, false, n);
@@ -387,6 +400,8 @@ void RegisterAll(RatioReporter& reporter, World& world) {
   for (const size_t n : {kSmall, kLarge}) {
     RegisterHash(reporter, world, "MD5", CALG_MD5, "MD5", n);
     RegisterHash(reporter, world, "SHA-1", CALG_SHA, "SHA1", n);
+    RegisterHash(reporter, world, "SHA-256", CALG_SHA_256, "SHA256", n);
+    RegisterHash(reporter, world, "SHA-512", CALG_SHA_512, "SHA512", n);
   }
   for (const uint32_t bits : {1024u, 2048u}) {
     world.signatures.push_back(std::make_unique<SignaturePair>(bits));

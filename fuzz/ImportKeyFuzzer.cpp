@@ -2,14 +2,17 @@
 // PLAINTEXTKEYBLOB and SIMPLEBLOB (under a fixed key-exchange pair), with the property that
 // whatever imports exports back to the same bytes. The SIMPLEBLOB exchange key has e = d = 1,
 // so the fuzzer's bytes are the PKCS#1 type 2 block itself, and a tiny reference parser of that
-// block must agree with what was imported.
+// block must agree with what was imported. A PRIVATEKEYBLOB may come wrapped under a fixed
+// AES-256 session key: what imports must be what the blob decrypts to.
 //
-// Input: byte 0 selects the blob type (low 2 bits), the provider (next 2 bits) and the import
-// flags (CRYPT_OAEP for SIMPLEBLOB, CRYPT_IPSEC_HMAC_KEY for PLAINTEXTKEYBLOB); the rest is the
-// blob, whose bType byte is forced to the selected type.
+// Input: byte 0 selects the blob type (low 2 bits), the provider (next 2 bits: Base, Enhanced,
+// Strong, AES), the import flags (bit 4: CRYPT_OAEP for SIMPLEBLOB, CRYPT_IPSEC_HMAC_KEY for
+// the others) and, for PRIVATEKEYBLOB, the AES wrapping key (bit 5); the rest is the blob, whose
+// bType byte is forced to the selected type.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -32,8 +35,17 @@ using fuzz::Require;
 
 const ProviderInfo& Provider(unsigned selector) {
   static const char* const names[] = {MS_DEF_PROV_A, MS_ENHANCED_PROV_A, MS_STRONG_PROV_A,
-                                      MS_ENHANCED_PROV_A};
+                                      MS_ENH_RSA_AES_PROV_A};
   return *ProviderInfo::FindByName(names[selector & 3]);
+}
+
+// The key that unwraps wrapped private blobs: AES-256, bytes 00 01 .. 1f, CBC, zero IV. Each
+// input gets a fresh copy, so no chaining state carries from one input to the next.
+std::unique_ptr<SymmetricKey> WrappingKey() {
+  Bytes material(32);
+  for (size_t i = 0; i < material.size(); ++i) material[i] = static_cast<uint8_t>(i);
+  return SymmetricKey::FromKeyBytes(Provider(3), CALG_AES_256, material, 0,
+                                    SymmetricKey::Origin::PlaintextBlob);
 }
 
 const RsaKey& ExchangeKey() {
@@ -71,6 +83,17 @@ void CheckPrivate(const Bytes& blob, const RsaKey& key) {
   Require(IsPrefixThenZeros(exported, blob));
   Require(KeyBlob::Export({nullptr, &key}, {}, PUBLICKEYBLOB, 0).size() ==
           exported.size() - key.ModulusBytes() - 5 * ((key.BitLength() + 15) / 16));
+}
+
+// A wrapped private blob: the header, then the body as the wrapping key's final decryption
+// gives it; the key that imported must be the one that plain blob holds.
+void CheckWrappedPrivate(const Bytes& blob, const RsaKey& key) {
+  Bytes plain(blob);
+  auto unwrap = WrappingKey();
+  DWORD length = static_cast<DWORD>(plain.size() - KeyBlob::kHeaderSize);
+  unwrap->Decrypt(nullptr, true, 0, plain.data() + KeyBlob::kHeaderSize, &length);
+  plain.resize(KeyBlob::kHeaderSize + length);
+  CheckPrivate(plain, key);
 }
 
 void CheckPlaintext(const Bytes& blob, SymmetricKey& key) {
@@ -112,8 +135,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Bytes blob(data + 1, data + size);
   blob[0] = type;
 
+  const bool wrapped = type == PRIVATEKEYBLOB && (selector & 0x20) != 0;
   try {
-    const KeyRef pubKey = type == SIMPLEBLOB ? KeyRef{nullptr, &ExchangeKey()} : KeyRef{};
+    const std::unique_ptr<SymmetricKey> unwrap = wrapped ? WrappingKey() : nullptr;
+    KeyRef pubKey = type == SIMPLEBLOB ? KeyRef{nullptr, &ExchangeKey()} : KeyRef{};
+    if (wrapped) pubKey = KeyRef{unwrap.get(), nullptr};
     ImportedKey imported = KeyBlob::Import(provider, blob, pubKey, flags);
     switch (type) {
       case PUBLICKEYBLOB:
@@ -122,7 +148,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         break;
       case PRIVATEKEYBLOB:
         Require(imported.rsa != nullptr);
-        CheckPrivate(blob, *imported.rsa);
+        if (wrapped) {
+          CheckWrappedPrivate(blob, *imported.rsa);
+        } else {
+          CheckPrivate(blob, *imported.rsa);
+        }
         break;
       case PLAINTEXTKEYBLOB:
         Require(imported.symmetric != nullptr);

@@ -13,10 +13,6 @@ namespace {
 
 constexpr uint32_t kFail = static_cast<uint32_t>(NTE_FAIL);
 
-bool IsBlockAlgid(ALG_ID algid) {
-  return algid == CALG_RC2 || algid == CALG_DES || algid == CALG_3DES_112 || algid == CALG_3DES;
-}
-
 // OpenSSL names: the CBC form for CBC, the ECB form for ECB and as the block function of CFB-8.
 const char* CipherName(ALG_ID algid, bool cbc) {
   switch (algid) {
@@ -28,6 +24,12 @@ const char* CipherName(ALG_ID algid, bool cbc) {
       return cbc ? "DES-EDE-CBC" : "DES-EDE-ECB";
     case CALG_3DES:
       return cbc ? "DES-EDE3-CBC" : "DES-EDE3-ECB";
+    case CALG_AES_128:
+      return cbc ? "AES-128-CBC" : "AES-128-ECB";
+    case CALG_AES_192:
+      return cbc ? "AES-192-CBC" : "AES-192-ECB";
+    case CALG_AES_256:
+      return cbc ? "AES-256-CBC" : "AES-256-ECB";
     case CALG_RC4:
       return "RC4";
     default:
@@ -40,8 +42,27 @@ constexpr size_t kSlice = size_t{1} << 30;
 
 }  // namespace
 
+size_t CipherEngine::BlockSizeOf(ALG_ID algid) {
+  switch (algid) {
+    case CALG_AES_128:
+    case CALG_AES_192:
+    case CALG_AES_256:
+      return 16;
+    case CALG_RC2:
+    case CALG_DES:
+    case CALG_3DES_112:
+    case CALG_3DES:
+      return 8;
+    default:
+      return 0;
+  }
+}
+
 CipherEngine::CipherEngine(ALG_ID algid, DWORD effectiveBits, DWORD mode)
-    : m_algid(algid), m_effectiveBits(effectiveBits), m_mode(mode) {}
+    : m_algid(algid),
+      m_effectiveBits(effectiveBits),
+      m_mode(mode),
+      m_blockSize(BlockSizeOf(algid)) {}
 
 CipherEngine::~CipherEngine() {
   OPENSSL_cleanse(m_iv.data(), m_iv.size());
@@ -52,7 +73,7 @@ std::unique_ptr<CipherEngine> CipherEngine::Create(ALG_ID algid, std::span<const
                                                    DWORD effectiveBits, DWORD mode,
                                                    std::span<const uint8_t> iv) {
   if (CipherName(algid, false) == nullptr) throw CspError(NTE_BAD_ALGID);
-  if (IsBlockAlgid(algid)) {
+  if (BlockSizeOf(algid) != 0) {
     if (mode != CRYPT_MODE_ECB && mode != CRYPT_MODE_CBC && mode != CRYPT_MODE_CFB) {
       throw CspError(NTE_BAD_ALGID);
     }
@@ -61,7 +82,7 @@ std::unique_ptr<CipherEngine> CipherEngine::Create(ALG_ID algid, std::span<const
   }
   std::unique_ptr<CipherEngine> engine(new CipherEngine(algid, effectiveBits, mode));
   engine->m_keying.assign(keying.begin(), keying.end());
-  std::copy_n(iv.begin(), std::min(iv.size(), kBlockSize), engine->m_iv.begin());
+  std::copy_n(iv.begin(), std::min(iv.size(), engine->m_blockSize), engine->m_iv.begin());
   engine->Init(Direction::Encrypt, engine->m_iv);  // refuses an unusable key now, not on use
   engine->Reset();
   return engine;
@@ -115,10 +136,10 @@ void CipherEngine::Init(Direction direction, std::span<const uint8_t> iv) {
   m_direction = direction;
 }
 
-std::array<uint8_t, CipherEngine::kBlockSize> CipherEngine::CurrentChain() const {
-  std::array<uint8_t, kBlockSize> chain = m_iv;
+std::array<uint8_t, CipherEngine::kMaxBlockSize> CipherEngine::CurrentChain() const {
+  std::array<uint8_t, kMaxBlockSize> chain = m_iv;
   if (m_mode == CRYPT_MODE_CBC && m_ctx && m_direction != Direction::None) {
-    Ossl::Check(EVP_CIPHER_CTX_get_updated_iv(m_ctx.get(), chain.data(), chain.size()), kFail);
+    Ossl::Check(EVP_CIPHER_CTX_get_updated_iv(m_ctx.get(), chain.data(), m_blockSize), kFail);
   }
   return chain;
 }
@@ -143,14 +164,14 @@ void CipherEngine::Decrypt(std::span<uint8_t> data) {
 }
 
 void CipherEngine::Run(Direction direction, std::span<uint8_t> data) {
-  if (m_algid != CALG_RC4 && data.size() % kBlockSize != 0) throw CspError(NTE_BAD_DATA);
+  if (m_algid != CALG_RC4 && data.size() % m_blockSize != 0) throw CspError(NTE_BAD_DATA);
   if (m_mode == CRYPT_MODE_CFB) {
     RunCfb8(direction == Direction::Encrypt, data);
     return;
   }
   if (m_algid != CALG_RC4 && m_direction != direction) {
     // Encryption and decryption share the chain: carry it over to the other direction.
-    const std::array<uint8_t, kBlockSize> chain = CurrentChain();
+    const std::array<uint8_t, kMaxBlockSize> chain = CurrentChain();
     Init(direction, chain);
   }
   for (size_t at = 0; at < data.size(); at += kSlice) {
@@ -162,20 +183,21 @@ void CipherEngine::Run(Direction direction, std::span<uint8_t> data) {
   }
 }
 
-// 8-bit CFB (FIPS 81 / SP 800-38A with s = 8): encrypt the shift register, XOR its first byte
-// with the data byte, shift the ciphertext byte in at the end. Both directions use the block
-// cipher forwards.
+// 8-bit CFB (FIPS 81 / SP 800-38A with s = 8): encrypt the shift register (one block), XOR its
+// first byte with the data byte, shift the ciphertext byte in at the end. Both directions use the
+// block cipher forwards.
 void CipherEngine::RunCfb8(bool encrypt, std::span<uint8_t> data) {
-  std::array<uint8_t, kBlockSize> stream{};
+  std::array<uint8_t, kMaxBlockSize> stream{};
+  const size_t block = m_blockSize;
   for (uint8_t& byte : data) {
     int out = 0;
     Ossl::Check(EVP_CipherUpdate(m_ctx.get(), stream.data(), &out, m_register.data(),
-                                 static_cast<int>(kBlockSize)),
+                                 static_cast<int>(block)),
                 kFail);
     const uint8_t cipherByte = encrypt ? static_cast<uint8_t>(byte ^ stream[0]) : byte;
     byte = static_cast<uint8_t>(byte ^ stream[0]);
-    std::memmove(m_register.data(), m_register.data() + 1, kBlockSize - 1);
-    m_register[kBlockSize - 1] = cipherByte;
+    std::memmove(m_register.data(), m_register.data() + 1, block - 1);
+    m_register[block - 1] = cipherByte;
   }
   OPENSSL_cleanse(stream.data(), stream.size());
 }

@@ -260,13 +260,14 @@ std::u16string Widen(std::string_view in) {
 
 const ProviderInfo& ResolveProvider(std::string_view name, DWORD provType) {
   if (name.empty()) {
-    // Only type 1 (PROV_RSA_FULL) has a default provider here.
-    if (provType != PROV_RSA_FULL) throw CspError(NTE_PROV_TYPE_NOT_DEF);
-    return ProviderInfo::Default();
+    // Only types 1 (PROV_RSA_FULL) and 24 (PROV_RSA_AES) have a default provider here.
+    const ProviderInfo* byType = ProviderInfo::DefaultFor(provType);
+    if (byType == nullptr) throw CspError(NTE_PROV_TYPE_NOT_DEF);
+    return *byType;
   }
   const ProviderInfo* provider = ProviderInfo::FindByName(name);
   if (provider == nullptr) throw CspError(NTE_KEYSET_NOT_DEF);
-  if (provType != PROV_RSA_FULL) throw CspError(NTE_PROV_TYPE_NO_MATCH);
+  if (provType != provider->type()) throw CspError(NTE_PROV_TYPE_NO_MATCH);
   return *provider;
 }
 

@@ -17,6 +17,12 @@ const char* EvpName(ALG_ID algid) {
       return "MD5";
     case CALG_SHA1:
       return "SHA1";
+    case CALG_SHA_256:
+      return "SHA256";
+    case CALG_SHA_384:
+      return "SHA384";
+    case CALG_SHA_512:
+      return "SHA512";
     default:
       return nullptr;
   }
@@ -56,8 +62,31 @@ SecureBytes Digest::Compute(ALG_ID algid, std::span<const uint8_t> data) {
 }
 
 size_t Digest::SizeOf(ALG_ID algid) {
+  switch (algid) {
+    case CALG_MD2:
+    case CALG_MD4:
+    case CALG_MD5:
+      return 16;
+    case CALG_SHA1:
+      return 20;
+    case CALG_SHA_256:
+      return 32;
+    case CALG_SHA_384:
+      return 48;
+    case CALG_SHA_512:
+      return 64;
+    default:
+      return 0;
+  }
+}
+
+size_t Digest::HmacBlockOf(ALG_ID algid) {
   if (!Supports(algid)) return 0;
-  return algid == CALG_SHA1 ? 20 : 16;
+  return (algid == CALG_SHA_384 || algid == CALG_SHA_512) ? 128 : 64;
+}
+
+bool Digest::IsSha2(ALG_ID algid) {
+  return algid == CALG_SHA_256 || algid == CALG_SHA_384 || algid == CALG_SHA_512;
 }
 
 void Digest::Update(std::span<const uint8_t> data) {

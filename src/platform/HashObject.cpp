@@ -13,9 +13,7 @@
 namespace quiv::platform {
 namespace {
 
-constexpr size_t kMacSize = CipherEngine::kBlockSize;
 constexpr size_t kSsl3ShaMd5Size = 36;  // MD5 digest then SHA-1 digest
-constexpr size_t kHmacBlock = 64;       // RFC 2104 B for MD5 and SHA-1
 constexpr uint8_t kInnerPad = 0x36;
 constexpr uint8_t kOuterPad = 0x5C;
 
@@ -28,13 +26,13 @@ bool IsHashAlgid(ALG_ID algid) {
          algid == CALG_SSL3_SHAMD5;
 }
 
-// An HMAC pad string: the caller's bytes (or 64 bytes of `pad` when the caller gives none)
+// An HMAC pad string: the caller's bytes (or `block` bytes of `pad` when the caller gives none)
 // with the key XORed into its first min(key length, string length) bytes.
 SecureBytes KeyedPad(std::span<const uint8_t> key, const BYTE* caller, DWORD callerLength,
-                     uint8_t pad) {
+                     uint8_t pad, size_t block) {
   SecureBytes out;
   if (callerLength == 0) {
-    out.assign(kHmacBlock, pad);
+    out.assign(block, pad);
   } else {
     if (caller == nullptr) Fail(ERROR_INVALID_PARAMETER);
     out.assign(caller, caller + callerLength);
@@ -85,7 +83,7 @@ std::unique_ptr<HashObject> HashObject::Clone() const {
 size_t HashObject::size() const {
   switch (m_algid) {
     case CALG_MAC:
-      return kMacSize;
+      return m_mac ? m_mac->blockSize() : 0;  // the key's block: 8, or 16 for AES
     case CALG_SSL3_SHAMD5:
       return kSsl3ShaMd5Size;
     case CALG_HMAC:
@@ -143,7 +141,7 @@ void HashObject::Absorb(std::span<const uint8_t> data) {
   }
   // CBC-MAC: encrypt whole blocks as they complete; keep the tail for the final padding.
   m_macPending.insert(m_macPending.end(), data.begin(), data.end());
-  const size_t whole = m_macPending.size() - m_macPending.size() % kMacSize;
+  const size_t whole = m_macPending.size() - m_macPending.size() % m_mac->blockSize();
   if (whole == 0) return;
   m_mac->Encrypt(std::span<uint8_t>(m_macPending.data(), whole));
   m_macPending.erase(m_macPending.begin(), m_macPending.begin() + static_cast<ptrdiff_t>(whole));
@@ -174,7 +172,7 @@ const SecureBytes& HashObject::Finish() {
 // PKCS#5 padding is always added, so an aligned input gets a whole extra block; the MAC is the
 // last cipher block.
 void HashObject::FinishMac() {
-  const size_t pad = kMacSize - m_macPending.size();
+  const size_t pad = m_mac->blockSize() - m_macPending.size();
   SecureBytes block(m_macPending);
   block.insert(block.end(), pad, static_cast<uint8_t>(pad));
   m_mac->Encrypt(block);
@@ -194,12 +192,18 @@ void HashObject::FinishHmac() {
 }
 
 void HashObject::SetHmacInfo(const HMAC_INFO& info) {
-  if (!Digest::Supports(info.HashAlgid)) Fail(NTE_BAD_ALGID);
-  // Keys longer than the hash block are replaced by their digest (RFC 2104 section 2).
+  // The inner hash must be one this provider offers: SHA-2 only in the AES provider.
+  if (!Digest::Supports(info.HashAlgid) || m_provider->Find(info.HashAlgid) == nullptr) {
+    Fail(NTE_BAD_ALGID);
+  }
+  // Keys longer than the hash block are replaced by their digest (RFC 2104 section 2). The
+  // block is 128 bytes for SHA-384 and SHA-512 (RFC 4231), so their default pads are 128 bytes
+  // long (the standard HMAC; nothing recorded says otherwise).
+  const size_t block = Digest::HmacBlockOf(info.HashAlgid);
   SecureBytes key = m_hmacKey;
-  if (key.size() > kHmacBlock) key = Digest::Compute(info.HashAlgid, key);
-  const SecureBytes inner = KeyedPad(key, info.pbInnerString, info.cbInnerString, kInnerPad);
-  SecureBytes outer = KeyedPad(key, info.pbOuterString, info.cbOuterString, kOuterPad);
+  if (key.size() > block) key = Digest::Compute(info.HashAlgid, key);
+  const SecureBytes inner = KeyedPad(key, info.pbInnerString, info.cbInnerString, kInnerPad, block);
+  SecureBytes outer = KeyedPad(key, info.pbOuterString, info.cbOuterString, kOuterPad, block);
   auto digest = std::make_unique<Digest>(info.HashAlgid);
   digest->Update(inner);
   // Setting the info restarts the hash.

@@ -1,9 +1,9 @@
-// HashObject: a CryptoAPI hash object of the PROV_RSA_FULL providers: the plain digests (MD2,
-// MD4, MD5, SHA-1), CALG_MAC (CBC-MAC with PKCS#5 padding under a private copy of a block-cipher
-// key), CALG_HMAC (keyed by a session key, parameterised by HMAC_INFO) and CALG_SSL3_SHAMD5
-// (value settable only). It applies the state rules of CryptHashData / CryptGetHashParam /
-// CryptSetHashParam: once the value has been read, set, signed or verified the hash is finished
-// and takes no more data.
+// HashObject: a CryptoAPI hash object of the providers: the plain digests (MD2, MD4, MD5, SHA-1,
+// and in the AES provider SHA-256/384/512), CALG_MAC (CBC-MAC with PKCS#5 padding under a private
+// copy of a block-cipher key), CALG_HMAC (keyed by a session key, parameterised by HMAC_INFO) and
+// CALG_SSL3_SHAMD5 (value settable only). It applies the state rules of CryptHashData /
+// CryptGetHashParam / CryptSetHashParam: once the value has been read, set, signed or verified the
+// hash is finished and takes no more data.
 //
 // Ownership: a hash object owns its running state, its copy of any key material (wiped on
 // destruction) and its value. Keys passed to Create / HashSessionKey are only read during the
@@ -66,7 +66,7 @@ class QUIV_API HashObject final {
   // CryptSetHashParam: HP_HASHVAL (size() bytes; finishes the hash), HP_HMAC_INFO (HMAC only;
   // restarts it). Throws CspError: ERROR_INVALID_PARAMETER (pbData NULL), NTE_BAD_FLAGS,
   // NTE_BAD_TYPE (unknown parameter, HP_HMAC_INFO on a non-HMAC hash), NTE_BAD_ALGID
-  // (HashAlgid not MD5/SHA-1/MD4/MD2).
+  // (HashAlgid not a digest this provider offers).
   void SetParam(DWORD param, const BYTE* pbData, DWORD flags);
   // Finishes the hash if it is not yet finished and returns its value (for signing, verifying
   // and key derivation). Throws CspError(NTE_BAD_HASH_STATE) when there is no value to finish

@@ -27,6 +27,23 @@ SecureBytes KeyDerivation::Material(HashObject& base, size_t length) {
 SecureBytes KeyDerivation::Material(ALG_ID digestAlgid, std::span<const uint8_t> value,
                                     size_t length) {
   if (value.size() >= length) return SecureBytes(value.begin(), value.begin() + length);
+  return Expansion(digestAlgid, value, length);
+}
+
+SecureBytes KeyDerivation::AesMaterial(HashObject& base, size_t length) {
+  const SecureBytes& value = base.Finish();
+  return AesMaterial(base.digestAlgid(), value, length);
+}
+
+SecureBytes KeyDerivation::AesMaterial(ALG_ID digestAlgid, std::span<const uint8_t> value,
+                                       size_t length) {
+  if (Digest::IsSha2(digestAlgid)) return Material(digestAlgid, value, length);
+  return Expansion(digestAlgid, value, length);
+}
+
+// The prefix of H(64 x 0x36 XOR h) || H(64 x 0x5C XOR h).
+SecureBytes KeyDerivation::Expansion(ALG_ID digestAlgid, std::span<const uint8_t> value,
+                                     size_t length) {
   if (!Digest::Supports(digestAlgid)) throw CspError(NTE_BAD_ALGID);
   SecureBytes out = PaddedDigest(digestAlgid, value, 0x36);
   const SecureBytes second = PaddedDigest(digestAlgid, value, 0x5C);

@@ -28,8 +28,17 @@ class KeyDerivation final {
   static SecureBytes Material(HashObject& base, size_t length);
   // The same rule applied to a known hash value (for tests and callers that hold the value).
   static SecureBytes Material(ALG_ID digestAlgid, std::span<const uint8_t> value, size_t length);
+  // The AES provider's rule for AES keys: from a SHA-2 hash as Material; from any other hash
+  // always the prefix of the 0x36/0x5C expansion, even when the hash is long enough (an MD5
+  // value gives an AES-128 key through the expansion, not as is). Throws as Material; also
+  // NTE_BAD_ALGID when the hash has no digest algorithm (CALG_MAC).
+  static SecureBytes AesMaterial(HashObject& base, size_t length);
+  static SecureBytes AesMaterial(ALG_ID digestAlgid, std::span<const uint8_t> value, size_t length);
   // Sets bit 0 of every byte so that each byte has an odd number of one bits (FIPS 46-3).
   static void ForceOddParity(std::span<uint8_t> key);
+
+ private:
+  static SecureBytes Expansion(ALG_ID digestAlgid, std::span<const uint8_t> value, size_t length);
 };
 
 }  // namespace quiv::platform

@@ -46,9 +46,41 @@ constexpr AlgRecord kEnhancedAlgorithms[] = {
     {CALG_HMAC, 0, 0, 0, 0, "HMAC", "Hugo's MAC (HMAC)"},
 };
 
-const ProviderInfo kBase(ProviderKind::Base, MS_DEF_PROV_A, kBaseAlgorithms);
-const ProviderInfo kEnhanced(ProviderKind::Enhanced, MS_ENHANCED_PROV_A, kEnhancedAlgorithms);
-const ProviderInfo kStrong(ProviderKind::Strong, MS_STRONG_PROV_A, kEnhancedAlgorithms);
+// The AES provider reports the Enhanced list followed by the AES ciphers and the SHA-2 hashes.
+// No recorded observation pins this order, the names or the protocol masks; they are the values
+// the provider is known to report, in the layout of the other lists (the AES ciphers, like the
+// other ciphers, advertise no protocol; the SHA-2 hashes, like the other hashes, signing).
+constexpr AlgRecord kAesAdditions[] = {
+    {CALG_AES_128, 128, 128, 128, 0, "AES 128", "Advanced Encryption Standard (AES-128)"},
+    {CALG_AES_192, 192, 192, 192, 0, "AES 192", "Advanced Encryption Standard (AES-192)"},
+    {CALG_AES_256, 256, 256, 256, 0, "AES 256", "Advanced Encryption Standard (AES-256)"},
+    {CALG_SHA_256, 256, 256, 256, kHashProtocols, "SHA-256", "Secure Hash Algorithm (SHA-256)"},
+    {CALG_SHA_384, 384, 384, 384, kHashProtocols, "SHA-384", "Secure Hash Algorithm (SHA-384)"},
+    {CALG_SHA_512, 512, 512, 512, kHashProtocols, "SHA-512", "Secure Hash Algorithm (SHA-512)"},
+};
+
+template <size_t N, size_t M>
+constexpr std::array<AlgRecord, N + M> Joined(const AlgRecord (&first)[N],
+                                              const AlgRecord (&second)[M]) {
+  std::array<AlgRecord, N + M> out{};
+  for (size_t i = 0; i < N; ++i) out[i] = first[i];
+  for (size_t i = 0; i < M; ++i) out[N + i] = second[i];
+  return out;
+}
+
+constexpr auto kAesAlgorithms = Joined(kEnhancedAlgorithms, kAesAdditions);
+
+const ProviderInfo kBase(ProviderKind::Base, PROV_RSA_FULL, MS_DEF_PROV_A, kBaseAlgorithms);
+const ProviderInfo kEnhanced(ProviderKind::Enhanced, PROV_RSA_FULL, MS_ENHANCED_PROV_A,
+                             kEnhancedAlgorithms);
+const ProviderInfo kStrong(ProviderKind::Strong, PROV_RSA_FULL, MS_STRONG_PROV_A,
+                           kEnhancedAlgorithms);
+const ProviderInfo kAes(ProviderKind::Aes, PROV_RSA_AES, MS_ENH_RSA_AES_PROV_A, kAesAlgorithms);
+// Windows XP registered the same provider as "... (Prototype)"; later releases keep that name
+// registered. A context opened under it reports that name as PP_NAME (our choice: nothing
+// recorded says which of the two spellings such a context reports).
+const ProviderInfo kAesPrototype(ProviderKind::Aes, PROV_RSA_AES, MS_ENH_RSA_AES_PROV_XP_A,
+                                 kAesAlgorithms);
 
 // Registry lookups ignore ASCII case.
 bool SameNameIgnoringCase(std::string_view a, std::string_view b) {
@@ -73,7 +105,7 @@ DWORD WithNul(std::string_view name) {
 }  // namespace
 
 const ProviderInfo* ProviderInfo::FindByName(std::string_view name) {
-  for (const ProviderInfo* p : {&kBase, &kEnhanced, &kStrong}) {
+  for (const ProviderInfo* p : {&kBase, &kEnhanced, &kStrong, &kAes, &kAesPrototype}) {
     if (SameNameIgnoringCase(p->name(), name)) return p;
   }
   return nullptr;
@@ -83,8 +115,16 @@ const ProviderInfo& ProviderInfo::Default() {
   return kStrong;
 }
 
+const ProviderInfo* ProviderInfo::DefaultFor(DWORD provType) {
+  if (provType == PROV_RSA_FULL) return &kStrong;
+  if (provType == PROV_RSA_AES) return &kAes;
+  return nullptr;
+}
+
 const ProviderInfo& ProviderInfo::Of(ProviderKind kind) {
   switch (kind) {
+    case ProviderKind::Aes:
+      return kAes;
     case ProviderKind::Base:
       return kBase;
     case ProviderKind::Enhanced:

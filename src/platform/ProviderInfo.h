@@ -1,9 +1,11 @@
-// ProviderInfo: the static description of the three PROV_RSA_FULL providers this library
-// implements (Base, Enhanced, Strong): their registered names, the algorithm records reported by
-// PP_ENUMALGS / PP_ENUMALGS_EX (with default, minimum and maximum key lengths), and name lookup.
+// ProviderInfo: the static description of the providers this library implements: the three
+// PROV_RSA_FULL providers (Base, Enhanced, Strong) and the PROV_RSA_AES provider (Enhanced RSA
+// and AES, also registered under its older "(Prototype)" name): their registered names and types,
+// the algorithm records reported by PP_ENUMALGS / PP_ENUMALGS_EX (with default, minimum and
+// maximum key lengths), and lookup by name and by type.
 //
-// Ownership: the three instances are immutable, built once and live for the whole process; code
-// keeps plain references or pointers to them.
+// Ownership: the instances are immutable, built once and live for the whole process; code keeps
+// plain references or pointers to them.
 #ifndef QUIV_PLATFORM_PROVIDERINFO_H
 #define QUIV_PLATFORM_PROVIDERINFO_H
 
@@ -17,7 +19,7 @@
 
 namespace quiv::platform {
 
-enum class ProviderKind { Base, Enhanced, Strong };
+enum class ProviderKind { Base, Enhanced, Strong, Aes };
 
 // One algorithm as the provider advertises it. Lengths are in bits; `protocols` is the
 // dwProtocols mask of PROV_ENUMALGS_EX.
@@ -42,10 +44,20 @@ class QUIV_API ProviderInfo final {
   // The provider used when no name is given: the Strong provider, the default type-1 provider
   // of current Windows. Throws nothing.
   static const ProviderInfo& Default();
-  // The instance of the given kind. Throws nothing.
+  // The default provider of `provType`: Strong for PROV_RSA_FULL, the AES provider for
+  // PROV_RSA_AES; nullptr for any other type. Throws nothing.
+  static const ProviderInfo* DefaultFor(DWORD provType);
+  // The instance of the given kind (for Aes, the one under its current name). Throws nothing.
   static const ProviderInfo& Of(ProviderKind kind);
 
   ProviderKind kind() const { return m_kind; }
+  // The provider type it is registered with (PP_PROVTYPE of its contexts).
+  DWORD type() const { return m_type; }
+  // True for the providers whose salt rules are the Enhanced provider's: CRYPT_CREATE_SALT makes
+  // no salt and KP_SALT leaves none (Enhanced, and the AES provider built on it).
+  bool HasEnhancedSaltRules() const {
+    return m_kind == ProviderKind::Enhanced || m_kind == ProviderKind::Aes;
+  }
   // The exact registered name (PP_NAME without its NUL).
   std::string_view name() const { return m_name; }
   // Every algorithm record, in enumeration order.
@@ -59,13 +71,15 @@ class QUIV_API ProviderInfo final {
   // The little-endian PROV_ENUMALGS_EX record (88 bytes) of `record`.
   static std::array<uint8_t, kEnumAlgsExSize> EnumAlgsExRecord(const AlgRecord& record);
 
-  ProviderInfo(ProviderKind kind, std::string_view name, std::span<const AlgRecord> algorithms)
-      : m_kind(kind), m_name(name), m_algorithms(algorithms) {}
+  ProviderInfo(ProviderKind kind, DWORD type, std::string_view name,
+               std::span<const AlgRecord> algorithms)
+      : m_kind(kind), m_type(type), m_name(name), m_algorithms(algorithms) {}
   ProviderInfo(const ProviderInfo&) = delete;
   ProviderInfo& operator=(const ProviderInfo&) = delete;
 
  private:
   ProviderKind m_kind;
+  DWORD m_type;
   std::string_view m_name;
   std::span<const AlgRecord> m_algorithms;
 };

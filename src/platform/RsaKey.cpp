@@ -59,6 +59,16 @@ std::span<const uint8_t> DigestInfoPrefix(ALG_ID hashAlgid) {
                                                    0x02, 0x05, 0x05, 0x00, 0x04, 0x10};
   static constexpr std::array<uint8_t, 15> kSha1 = {0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2b, 0x0e,
                                                     0x03, 0x02, 0x1a, 0x05, 0x00, 0x04, 0x14};
+  // SHA-2: the OIDs 2.16.840.1.101.3.4.2.1 / .2 / .3 (RFC 8017 section 9.2, note 1).
+  static constexpr std::array<uint8_t, 19> kSha256 = {0x30, 0x31, 0x30, 0x0d, 0x06, 0x09, 0x60,
+                                                      0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02,
+                                                      0x01, 0x05, 0x00, 0x04, 0x20};
+  static constexpr std::array<uint8_t, 19> kSha384 = {0x30, 0x41, 0x30, 0x0d, 0x06, 0x09, 0x60,
+                                                      0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02,
+                                                      0x02, 0x05, 0x00, 0x04, 0x30};
+  static constexpr std::array<uint8_t, 19> kSha512 = {0x30, 0x51, 0x30, 0x0d, 0x06, 0x09, 0x60,
+                                                      0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02,
+                                                      0x03, 0x05, 0x00, 0x04, 0x40};
   switch (hashAlgid) {
     case CALG_MD2:
       return kMd2;
@@ -68,6 +78,12 @@ std::span<const uint8_t> DigestInfoPrefix(ALG_ID hashAlgid) {
       return kMd5;
     case CALG_SHA1:
       return kSha1;
+    case CALG_SHA_256:
+      return kSha256;
+    case CALG_SHA_384:
+      return kSha384;
+    case CALG_SHA_512:
+      return kSha512;
     case CALG_SSL3_SHAMD5:
       return {};  // the 36-byte MD5||SHA-1 value is signed bare
     default:

@@ -16,7 +16,6 @@
 namespace quiv::platform {
 namespace {
 
-constexpr size_t kBlock = CipherEngine::kBlockSize;
 constexpr size_t kSaltLength = 11;       // salt of a 40-bit RC2/RC4 key
 constexpr size_t kMaxSaltExLength = 24;  // KP_SALT_EX limit
 constexpr size_t kMaxRc2ImportBytes = 64;
@@ -33,23 +32,45 @@ bool IsDesFamily(ALG_ID algid) {
   return algid == CALG_DES || algid == CALG_3DES_112 || algid == CALG_3DES;
 }
 
-bool IsSessionCipher(ALG_ID algid) {
-  return algid == CALG_RC2 || algid == CALG_RC4 || IsDesFamily(algid);
+bool IsAes(ALG_ID algid) {
+  return algid == CALG_AES_128 || algid == CALG_AES_192 || algid == CALG_AES_256;
 }
 
-// Stored length in bytes of a DES-family key and the two bit counts that request it.
-struct DesLength {
+// Ciphers whose key has one length only (DES family, AES); RC2 and RC4 take a range.
+bool IsFixedLength(ALG_ID algid) {
+  return IsDesFamily(algid) || IsAes(algid);
+}
+
+bool IsSessionCipher(ALG_ID algid) {
+  return algid == CALG_RC2 || algid == CALG_RC4 || IsFixedLength(algid);
+}
+
+// Only RC2 and RC4 keys carry salt; DES-family keys allow none, and the AES provider keeps none
+// for AES keys (KP_SALT reports length 0).
+bool TakesSalt(ALG_ID algid) {
+  return algid == CALG_RC2 || algid == CALG_RC4;
+}
+
+// Stored length in bytes of a fixed-length key and the two bit counts that request it (they
+// differ for the DES family, whose stored bytes include parity bits).
+struct FixedLength {
   size_t bytes;
   DWORD withoutParity;
   DWORD withParity;
 };
 
-DesLength DesLengthOf(ALG_ID algid) {
+FixedLength FixedLengthOf(ALG_ID algid) {
   switch (algid) {
     case CALG_DES:
       return {8, 56, 64};
     case CALG_3DES_112:
       return {16, 112, 128};
+    case CALG_AES_128:
+      return {16, 128, 128};
+    case CALG_AES_192:
+      return {24, 192, 192};
+    case CALG_AES_256:
+      return {32, 256, 256};
     default:
       return {24, 168, 192};
   }
@@ -94,11 +115,13 @@ size_t SymmetricKey::RequestedBytes(const ProviderInfo& provider, ALG_ID algid, 
   const AlgRecord* record = provider.Find(algid);
   if (!IsSessionCipher(algid) || record == nullptr) Fail(NTE_BAD_ALGID);
   const DWORD bits = flags >> 16;
-  if (IsDesFamily(algid)) {
-    // Both spellings (with and without parity bits) give the full stored key.
-    const DesLength des = DesLengthOf(algid);
-    if (bits != 0 && bits != des.withoutParity && bits != des.withParity) Fail(NTE_BAD_FLAGS);
-    return des.bytes;
+  if (IsFixedLength(algid)) {
+    // DES family: both spellings (with and without parity bits) give the full stored key. AES
+    // takes 0 or its own length; any other length fails like a DES-family one (our choice of
+    // code: nothing recorded pins it).
+    const FixedLength fixed = FixedLengthOf(algid);
+    if (bits != 0 && bits != fixed.withoutParity && bits != fixed.withParity) Fail(NTE_BAD_FLAGS);
+    return fixed.bytes;
   }
   if (bits == 0) return record->defaultBits / 8;
   if (bits % 8 != 0 || bits < record->minBits || bits > record->maxBits) Fail(NTE_BAD_DATA);
@@ -106,10 +129,10 @@ size_t SymmetricKey::RequestedBytes(const ProviderInfo& provider, ALG_ID algid, 
 }
 
 // A new 40-bit RC2/RC4 key carries 11 zero salt bytes unless CRYPT_NO_SALT is given; longer keys
-// and DES-family keys carry none.
+// and DES-family and AES keys carry none.
 void SymmetricKey::ApplyNewKeySalt(DWORD flags) {
   m_salt.clear();
-  if (IsDesFamily(m_algid) || m_key.size() != 5 || (flags & CRYPT_NO_SALT) != 0) return;
+  if (!TakesSalt(m_algid) || m_key.size() != 5 || (flags & CRYPT_NO_SALT) != 0) return;
   m_salt.assign(kSaltLength, 0);
 }
 
@@ -122,10 +145,11 @@ std::unique_ptr<SymmetricKey> SymmetricKey::Generate(const ProviderInfo& provide
   if (IsDesFamily(algid)) KeyDerivation::ForceOddParity(material);
   std::unique_ptr<SymmetricKey> key(new SymmetricKey(provider, algid, material, flags));
   key->ApplyNewKeySalt(flags);
-  if ((flags & CRYPT_CREATE_SALT) != 0 && !IsDesFamily(algid)) {
-    // Base (and, assumed, Strong) make 11 random salt bytes at any length; Enhanced makes none.
+  if ((flags & CRYPT_CREATE_SALT) != 0 && TakesSalt(algid)) {
+    // Base (and, assumed, Strong) make 11 random salt bytes at any length; Enhanced (and the AES
+    // provider, assumed) makes none.
     key->m_salt.clear();
-    if (provider.kind() != ProviderKind::Enhanced) {
+    if (!provider.HasEnhancedSaltRules()) {
       key->m_salt.resize(kSaltLength);
       do {
         RandomBytes(key->m_salt);
@@ -139,15 +163,18 @@ std::unique_ptr<SymmetricKey> SymmetricKey::Generate(const ProviderInfo& provide
 std::unique_ptr<SymmetricKey> SymmetricKey::Derive(const ProviderInfo& provider, ALG_ID algid,
                                                    HashObject& base, DWORD flags) {
   const size_t length = RequestedBytes(provider, algid, flags);
-  SecureBytes material = KeyDerivation::Material(base, length);
+  // AES keys are expanded from every hash but a SHA-2 one, even when the hash is long enough
+  // (recomputed from the recorded kdf.*.aes_* values of the AES provider).
+  SecureBytes material = IsAes(algid) ? KeyDerivation::AesMaterial(base, length)
+                                      : KeyDerivation::Material(base, length);
   if (IsDesFamily(algid)) KeyDerivation::ForceOddParity(material);
   std::unique_ptr<SymmetricKey> key(new SymmetricKey(provider, algid, material, flags));
   key->ApplyNewKeySalt(flags);
-  if ((flags & CRYPT_CREATE_SALT) != 0 && !IsDesFamily(algid)) {
+  if ((flags & CRYPT_CREATE_SALT) != 0 && TakesSalt(algid)) {
     // Base and Strong take the hash bytes that follow the key bytes (11 for a 40-bit key; for
     // longer keys what the hash still has, at most 11: unconfirmed). Enhanced makes no salt.
     key->m_salt.clear();
-    if (provider.kind() != ProviderKind::Enhanced) {
+    if (!provider.HasEnhancedSaltRules()) {
       const SecureBytes& value = base.Finish();
       const size_t from = std::min(length, value.size());
       const size_t count = std::min(kSaltLength, value.size() - from);
@@ -164,8 +191,8 @@ std::unique_ptr<SymmetricKey> SymmetricKey::FromKeyBytes(const ProviderInfo& pro
   const AlgRecord* record = provider.Find(algid);
   if (!IsSessionCipher(algid) || record == nullptr) Fail(NTE_BAD_ALGID);
   const size_t bits = key.size() * 8;
-  bool inRange = IsDesFamily(algid) ? key.size() == DesLengthOf(algid).bytes
-                                    : bits >= record->minBits && bits <= record->maxBits;
+  bool inRange = IsFixedLength(algid) ? key.size() == FixedLengthOf(algid).bytes
+                                      : bits >= record->minBits && bits <= record->maxBits;
   bool hmacOnly = false;
   if (!inRange) {
     if (origin == Origin::SimpleBlob && algid == CALG_RC2 && bits >= record->minBits &&
@@ -205,6 +232,14 @@ bool SymmetricKey::IsBlockCipher() const {
   return m_algid != CALG_RC4;
 }
 
+size_t SymmetricKey::BlockSize() const {
+  return CipherEngine::BlockSizeOf(m_algid);
+}
+
+std::span<const uint8_t> SymmetricKey::Iv() const {
+  return std::span<const uint8_t>(m_iv).first(BlockSize());
+}
+
 bool SymmetricKey::IsOverLongRc2() const {
   const AlgRecord* record = m_provider->Find(m_algid);
   return m_algid == CALG_RC2 && record != nullptr && m_key.size() * 8 > record->maxBits;
@@ -222,12 +257,9 @@ SecureBytes SymmetricKey::Keying() const {
 void SymmetricKey::GetParam(DWORD param, BYTE* pbData, DWORD* pdwDataLen, DWORD flags) const {
   if (pdwDataLen == nullptr) Fail(ERROR_INVALID_PARAMETER);
   if (flags != 0) Fail(NTE_BAD_FLAGS);
-  const bool block = IsBlockCipher();
   switch (param) {
     case KP_IV:
-      SizedOutput::Write(block ? std::span<const uint8_t>(m_iv) : std::span<const uint8_t>(),
-                         pbData, pdwDataLen);
-      return;
+      return SizedOutput::Write(Iv(), pbData, pdwDataLen);
     case KP_SALT:
       SizedOutput::Write(m_salt, pbData, pdwDataLen);
       return;
@@ -242,7 +274,7 @@ void SymmetricKey::GetParam(DWORD param, BYTE* pbData, DWORD* pdwDataLen, DWORD 
     case KP_ALGID:
       return SizedOutput::WriteDword(m_algid, pbData, pdwDataLen);
     case KP_BLOCKLEN:
-      return SizedOutput::WriteDword(block ? kBlock * 8 : 0, pbData, pdwDataLen);
+      return SizedOutput::WriteDword(static_cast<DWORD>(BlockSize() * 8), pbData, pdwDataLen);
     case KP_KEYLEN:
       return SizedOutput::WriteDword(static_cast<DWORD>(m_key.size() * 8), pbData, pdwDataLen);
     case KP_EFFECTIVE_KEYLEN:
@@ -258,7 +290,8 @@ void SymmetricKey::SetParam(DWORD param, const BYTE* pbData, DWORD flags) {
   switch (param) {
     case KP_IV:
       // A new IV starts a new message.
-      if (IsBlockCipher()) std::memcpy(m_iv.data(), pbData, m_iv.size());
+      // One block's worth (16 bytes for AES, 8 for the others) is read.
+      std::memcpy(m_iv.data(), pbData, BlockSize());
       m_engine.reset();
       return;
     case KP_MODE:
@@ -275,14 +308,14 @@ void SymmetricKey::SetParam(DWORD param, const BYTE* pbData, DWORD flags) {
     case KP_PERMISSIONS:
       return SetPermissions(ReadDword(pbData));
     case KP_SALT: {
-      if (IsDesFamily(m_algid)) Fail(NTE_BAD_KEY);
+      if (!TakesSalt(m_algid)) Fail(NTE_BAD_KEY);
       // Enhanced reports no salt afterwards; whether its schedule then uses the bytes is
       // unknown, so it keeps none.
-      if (m_provider->kind() == ProviderKind::Enhanced) return SetSalt({});
+      if (m_provider->HasEnhancedSaltRules()) return SetSalt({});
       return SetSalt(std::span<const uint8_t>(pbData, kSaltLength));
     }
     case KP_SALT_EX: {
-      if (IsDesFamily(m_algid)) Fail(NTE_BAD_KEY);
+      if (!TakesSalt(m_algid)) Fail(NTE_BAD_KEY);
       CRYPT_INTEGER_BLOB blob;
       std::memcpy(&blob, pbData, sizeof(blob));
       if (blob.cbData > kMaxSaltExLength) Fail(NTE_BAD_DATA);
@@ -338,7 +371,7 @@ void SymmetricKey::CheckUsable(DWORD flags) const {
 CipherEngine& SymmetricKey::Engine() {
   if (!m_engine) {
     const SecureBytes keying = Keying();
-    m_engine = CipherEngine::Create(m_algid, keying, m_effectiveBits, m_mode, m_iv);
+    m_engine = CipherEngine::Create(m_algid, keying, m_effectiveBits, m_mode, Iv());
   }
   return *m_engine;
 }
@@ -350,9 +383,10 @@ void SymmetricKey::Encrypt(HashObject* hash, bool final, DWORD flags, BYTE* pbDa
   if (IsOverLongRc2()) Fail(NTE_BAD_KEY);
   const DWORD length = *pdwDataLen;
   if (IsBlockCipher()) {
-    if (!final && length % kBlock != 0) Fail(NTE_BAD_DATA);
+    const size_t block = BlockSize();
+    if (!final && length % block != 0) Fail(NTE_BAD_DATA);
     // Final calls always pad: round down to a block and add a whole block.
-    const size_t needed = final ? (length / kBlock + 1) * kBlock : length;
+    const size_t needed = final ? (length / block + 1) * block : length;
     if (needed > UINT32_MAX) Fail(NTE_BAD_LEN);
     *pdwDataLen = static_cast<DWORD>(needed);
     if (pbData == nullptr) return;
@@ -373,8 +407,9 @@ void SymmetricKey::EncryptBlocks(bool final, BYTE* pbData, DWORD* pdwDataLen) {
   const size_t length = *pdwDataLen;
   size_t total = length;
   if (final) {
-    // PKCS#5 (RFC 8018 section 6.1.1): 1..8 bytes, each holding the pad length.
-    const size_t pad = kBlock - length % kBlock;
+    // PKCS#5 (RFC 8018 section 6.1.1) widened to the block: 1..8 bytes (1..16 for AES), each
+    // holding the pad length.
+    const size_t pad = BlockSize() - length % BlockSize();
     std::memset(pbData + length, static_cast<int>(pad), pad);
     total += pad;
   }
@@ -400,7 +435,8 @@ void SymmetricKey::Decrypt(HashObject* hash, bool final, DWORD flags, BYTE* pbDa
 
 void SymmetricKey::DecryptBlocks(bool final, BYTE* pbData, DWORD* pdwDataLen) {
   const size_t length = *pdwDataLen;
-  if (length % kBlock != 0) Fail(NTE_BAD_DATA);
+  const size_t block = BlockSize();
+  if (length % block != 0) Fail(NTE_BAD_DATA);
   if (final && length == 0) Fail(NTE_BAD_LEN);
   CipherEngine& engine = Engine();
   engine.Decrypt(std::span<uint8_t>(pbData, length));
@@ -409,7 +445,7 @@ void SymmetricKey::DecryptBlocks(bool final, BYTE* pbData, DWORD* pdwDataLen) {
   engine.Reset();
   const uint8_t pad = pbData[length - 1];
   const bool good =
-      pad >= 1 && pad <= kBlock && pad <= length &&
+      pad >= 1 && pad <= block && pad <= length &&
       std::all_of(pbData + length - pad, pbData + length, [pad](uint8_t b) { return b == pad; });
   if (!good) Fail(NTE_BAD_DATA);
   *pdwDataLen = static_cast<DWORD>(length - pad);
@@ -418,7 +454,7 @@ void SymmetricKey::DecryptBlocks(bool final, BYTE* pbData, DWORD* pdwDataLen) {
 std::unique_ptr<CipherEngine> SymmetricKey::NewMacEngine() const {
   if (!IsBlockCipher() || m_hmacOnly) Fail(NTE_BAD_KEY);
   const SecureBytes keying = Keying();
-  return CipherEngine::Create(m_algid, keying, m_effectiveBits, CRYPT_MODE_CBC, m_iv);
+  return CipherEngine::Create(m_algid, keying, m_effectiveBits, CRYPT_MODE_CBC, Iv());
 }
 
 }  // namespace quiv::platform

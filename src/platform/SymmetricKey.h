@@ -1,8 +1,8 @@
-// SymmetricKey: a CryptoAPI session key (RC2, RC4, DES, 3DES_112, 3DES): its key bytes, salt,
-// RC2 effective length, mode, IV, padding, permissions and running cipher state, and the
-// CryptEncrypt / CryptDecrypt / CryptGetKeyParam / CryptSetKeyParam behaviour of the PROV_RSA_FULL
-// providers for it (lengths and salt per provider, PKCS#5 padding, final/non-final calls, state
-// reset after a final call, size queries).
+// SymmetricKey: a CryptoAPI session key (RC2, RC4, DES, 3DES_112, 3DES, and in the AES provider
+// AES-128/192/256): its key bytes, salt, RC2 effective length, mode, IV, padding, permissions and
+// running cipher state, and the CryptEncrypt / CryptDecrypt / CryptGetKeyParam / CryptSetKeyParam
+// behaviour of the providers for it (lengths and salt per provider, PKCS#5 padding to the
+// cipher's block, final/non-final calls, state reset after a final call, size queries).
 //
 // Ownership: a key owns its key material (wiped on destruction) and its cipher state. It refers
 // to the ProviderInfo it was made for, which lives for the whole process. Hash objects passed to
@@ -33,13 +33,14 @@ class QUIV_API SymmetricKey final {
   // the upper 16 bits of `flags` (0 = provider default), salt per provider and flags.
   // Throws CspError: NTE_BAD_ALGID (not a session cipher of this provider), NTE_BAD_DATA (RC2/RC4
   // length out of range or not a multiple of 8), NTE_BAD_FLAGS (DES-family length other than the
-  // two accepted spellings), NTE_FAIL (random source failure).
+  // two accepted spellings, AES length other than the key's own), NTE_FAIL (random source
+  // failure).
   static std::unique_ptr<SymmetricKey> Generate(const ProviderInfo& provider, ALG_ID algid,
                                                 DWORD flags);
   // CryptDeriveKey: key bytes from the value of `base` (finished if it was not), expanded with
-  // the 0x36/0x5C construction when the hash is shorter than the key, DES-family parity, salt per
-  // provider. `base` stays readable afterwards. Throws as Generate, plus NTE_BAD_ALGID when the
-  // hash cannot drive the expansion.
+  // the 0x36/0x5C construction when the hash is shorter than the key (AES keys: always, unless
+  // the hash is a SHA-2 one), DES-family parity, salt per provider. `base` stays readable
+  // afterwards. Throws as Generate, plus NTE_BAD_ALGID when the hash cannot drive the expansion.
   static std::unique_ptr<SymmetricKey> Derive(const ProviderInfo& provider, ALG_ID algid,
                                               HashObject& base, DWORD flags);
   // A key from unwrapped blob bytes (stored order). SIMPLEBLOB: length must be in the provider's
@@ -64,8 +65,12 @@ class QUIV_API SymmetricKey final {
   // The key bytes (KP_KEYLEN / 8 of them), salt excluded: what key blobs carry.
   std::span<const uint8_t> KeyBytes() const { return m_key; }
   std::span<const uint8_t> Salt() const { return m_salt; }
-  // True for RC2, DES, 3DES_112 and 3DES (64-bit blocks); false for RC4.
+  // True for RC2, DES, 3DES_112, 3DES (64-bit blocks) and AES (128-bit blocks); false for RC4.
   bool IsBlockCipher() const;
+  // The cipher's block length in bytes (8, or 16 for AES); 0 for RC4.
+  size_t BlockSize() const;
+  // KP_IV: the initial chain value, BlockSize() bytes (none for RC4).
+  std::span<const uint8_t> Iv() const;
 
   // CryptGetKeyParam: KP_IV, KP_SALT, KP_PADDING, KP_MODE, KP_MODE_BITS, KP_PERMISSIONS,
   // KP_ALGID, KP_BLOCKLEN, KP_KEYLEN, KP_EFFECTIVE_KEYLEN, with the size rules of SizedOutput.
@@ -77,8 +82,8 @@ class QUIV_API SymmetricKey final {
   // KP_PERMISSIONS, KP_SALT, KP_SALT_EX (CRYPT_INTEGER_BLOB), KP_EFFECTIVE_KEYLEN.
   // Throws CspError: ERROR_INVALID_PARAMETER (pbData NULL), NTE_BAD_FLAGS (flags non-zero),
   // NTE_BAD_DATA (value refused: padding, permissions adding CRYPT_EXPORT, effective length,
-  // salt over 24 bytes), NTE_BAD_KEY (salt on a DES-family key), NTE_BAD_TYPE (unknown parameter
-  // or effective length on a non-RC2 key).
+  // salt over 24 bytes), NTE_BAD_KEY (salt on a DES-family or AES key), NTE_BAD_TYPE (unknown
+  // parameter or effective length on a non-RC2 key).
   void SetParam(DWORD param, const BYTE* pbData, DWORD flags);
 
   // CryptEncrypt, in place. `hash` (may be null) receives the plaintext first. pbData NULL is a
@@ -126,8 +131,8 @@ class QUIV_API SymmetricKey final {
   DWORD m_modeBits = 8;
   DWORD m_padding = PKCS5_PADDING;
   DWORD m_permissions = 0;
-  std::array<uint8_t, 8> m_iv{};
-  bool m_hmacOnly = false;  // PLAINTEXTKEYBLOB with CRYPT_IPSEC_HMAC_KEY outside the range
+  std::array<uint8_t, 16> m_iv{};  // the first BlockSize() bytes are the IV
+  bool m_hmacOnly = false;         // PLAINTEXTKEYBLOB with CRYPT_IPSEC_HMAC_KEY outside the range
   std::unique_ptr<CipherEngine> m_engine;  // built on first use from the current parameters
 };
 

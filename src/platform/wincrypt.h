@@ -99,6 +99,16 @@ typedef uint32_t HCRYPTHASH;
 #define MS_DEF_PROV MS_DEF_PROV_A
 #define MS_ENHANCED_PROV MS_ENHANCED_PROV_A
 #define MS_STRONG_PROV MS_STRONG_PROV_A
+/* The AES provider (type 24) and the name Windows XP registered it under. The wide names are
+ * UTF-16 literals (C11 or C++11). */
+#define PROV_RSA_AES 24
+#define MS_ENH_RSA_AES_PROV_A "Microsoft Enhanced RSA and AES Cryptographic Provider"
+#define MS_ENH_RSA_AES_PROV_W u"Microsoft Enhanced RSA and AES Cryptographic Provider"
+#define MS_ENH_RSA_AES_PROV_XP_A "Microsoft Enhanced RSA and AES Cryptographic Provider (Prototype)"
+#define MS_ENH_RSA_AES_PROV_XP_W \
+  u"Microsoft Enhanced RSA and AES Cryptographic Provider (Prototype)"
+#define MS_ENH_RSA_AES_PROV MS_ENH_RSA_AES_PROV_A
+#define MS_ENH_RSA_AES_PROV_XP MS_ENH_RSA_AES_PROV_XP_A
 
 /* CryptAcquireContext flags. */
 #define CRYPT_VERIFYCONTEXT 0xF0000000u

@@ -70,8 +70,12 @@ TEST(CipherEngineTest, ChainCarriesOverWhenDirectionChanges) {
 }
 
 TEST(CipherEngineTest, Errors) {
-  EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_AES_128, Bytes(16), 0, CRYPT_MODE_CBC, {}); }),
+  EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_RC5, Bytes(16), 0, CRYPT_MODE_CBC, {}); }),
             static_cast<uint32_t>(NTE_BAD_ALGID));
+  EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_AES, Bytes(16), 0, CRYPT_MODE_CBC, {}); }),
+            static_cast<uint32_t>(NTE_BAD_ALGID));
+  EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_AES_256, Bytes(16), 0, CRYPT_MODE_ECB, {}); }),
+            static_cast<uint32_t>(NTE_BAD_KEY));
   EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_DES, Bytes(8), 0, CRYPT_MODE_OFB, {}); }),
             static_cast<uint32_t>(NTE_BAD_ALGID));
   EXPECT_EQ(ErrorOf([] { CipherEngine::Create(CALG_3DES, Bytes(8), 0, CRYPT_MODE_ECB, {}); }),
@@ -89,6 +93,43 @@ TEST(CipherEngineTest, Rc4ResetRestartsKeystream) {
   EXPECT_EQ(HexOf(Apply(*engine, Bytes(8, 0), true)), "ccc3524a0a1118a8");
   engine->Reset();
   EXPECT_EQ(HexOf(Apply(*engine, Bytes(16, 0), true)), "b2396305f03dc027ccc3524a0a1118a8");
+}
+
+// FIPS 197 appendix C.3 (one block, AES-256) and SP 800-38A F.3.7 (CFB-8, AES-128).
+TEST(CipherEngineTest, AesFips197AndCfb8) {
+  EXPECT_EQ(CipherEngine::BlockSizeOf(CALG_AES_128), 16u);
+  EXPECT_EQ(CipherEngine::BlockSizeOf(CALG_AES_256), 16u);
+  EXPECT_EQ(CipherEngine::BlockSizeOf(CALG_3DES), 8u);
+  EXPECT_EQ(CipherEngine::BlockSizeOf(CALG_RC4), 0u);
+  auto ecb = CipherEngine::Create(
+      CALG_AES_256, H("000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f"), 0,
+      CRYPT_MODE_ECB, {});
+  EXPECT_EQ(ecb->blockSize(), 16u);
+  EXPECT_EQ(HexOf(Apply(*ecb, H("00112233445566778899aabbccddeeff"), true)),
+            "8ea2b7ca516745bfeafc49904b496089");
+  EXPECT_EQ(ErrorOf([&] { Apply(*ecb, Bytes(8), true); }), static_cast<uint32_t>(NTE_BAD_DATA));
+
+  const Bytes iv = H("000102030405060708090a0b0c0d0e0f");
+  auto cfb = CipherEngine::Create(CALG_AES_128, H("2b7e151628aed2a6abf7158809cf4f3c"), 0,
+                                  CRYPT_MODE_CFB, iv);
+  const Bytes plain = H("6bc1bee22e409f96e93d7e117393172aae2d8a571e03ac9c9eb76fac45af8e51");
+  const std::string expected = "3b79424c9c0dd436bace9e0ed4586a4f";  // the first 16 of F.3.7
+  EXPECT_EQ(HexOf(Apply(*cfb, Bytes(plain.begin(), plain.begin() + 16), true)), expected);
+  cfb->Reset();
+  EXPECT_EQ(HexOf(Apply(*cfb, H(expected), false)),
+            HexOf(Bytes(plain.begin(), plain.begin() + 16)));
+}
+
+// SP 800-38A F.2.1 (CBC-AES128): the chain value is 16 bytes and carries over a direction change.
+TEST(CipherEngineTest, AesCbcChainCarriesOver) {
+  const Bytes key = H("2b7e151628aed2a6abf7158809cf4f3c");
+  const Bytes iv = H("000102030405060708090a0b0c0d0e0f");
+  auto engine = CipherEngine::Create(CALG_AES_128, key, 0, CRYPT_MODE_CBC, iv);
+  EXPECT_EQ(HexOf(Apply(*engine, H("6bc1bee22e409f96e93d7e117393172a"), true)),
+            "7649abac8119b246cee98e9b12e9197d");
+  // Decrypting the second published block continues from the first ciphertext block.
+  EXPECT_EQ(HexOf(Apply(*engine, H("5086cb9b507219ee95db113a917678b2"), false)),
+            "ae2d8a571e03ac9c9eb76fac45af8e51");
 }
 
 }  // namespace

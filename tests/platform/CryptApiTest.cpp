@@ -71,7 +71,7 @@ TEST_F(CryptApiTest, TypeWithoutDefaultProvider) {
   HCRYPTPROV prov = 0;
   QUIV_EXPECT_FAILS_WITH(CryptAcquireContextA(&prov, nullptr, nullptr, 999, CRYPT_VERIFYCONTEXT),
                          NTE_PROV_TYPE_NOT_DEF);
-  QUIV_EXPECT_FAILS_WITH(CryptAcquireContextA(&prov, nullptr, "", 24, CRYPT_VERIFYCONTEXT),
+  QUIV_EXPECT_FAILS_WITH(CryptAcquireContextA(&prov, nullptr, "", 12, CRYPT_VERIFYCONTEXT),
                          NTE_PROV_TYPE_NOT_DEF);
 }
 

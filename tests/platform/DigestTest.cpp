@@ -96,7 +96,7 @@ TEST(DigestTest, SizesAndIds) {
 }
 
 TEST(DigestTest, UnsupportedAlgorithmsAreBadAlgid) {
-  for (const ALG_ID algid : {CALG_SHA_256, CALG_MAC, CALG_HMAC, CALG_RC2}) {
+  for (const ALG_ID algid : {CALG_TLS1PRF, CALG_MAC, CALG_HMAC, CALG_RC2}) {
     EXPECT_FALSE(Digest::Supports(algid));
     try {
       Digest digest(algid);
@@ -126,6 +126,46 @@ TEST(DigestTest, EmptyUpdatesChangeNothing) {
   digest.Update(Ascii("abc"));
   digest.Update({});
   EXPECT_EQ(HexOf(digest.Final()), "da853b0d3f88d99b30283a69e6ded6bb");
+}
+
+// FIPS 180-4 examples (NIST's published SHA-2 example values for "abc").
+TEST(DigestTest, Sha2Fips180_4Abc) {
+  const std::pair<ALG_ID, const char*> cases[] = {
+      {CALG_SHA_256, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+      {CALG_SHA_384,
+       "cb00753f45a35e8bb5a03d699ac65007272c32ab0eded1631a8b605a43ff5bed8086072ba1e7cc2358baeca1"
+       "34c825a7"},
+      {CALG_SHA_512,
+       "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a2192992a274fc1a836ba3c23"
+       "a3feebbd454d4423643ce80e2a9ac94fa54ca49f"},
+  };
+  for (const auto& [algid, expected] : cases) {
+    EXPECT_TRUE(Digest::Supports(algid));
+    EXPECT_TRUE(Digest::IsSha2(algid));
+    Digest digest(algid);
+    digest.Update(Ascii("ab"));
+    auto copy = digest.Clone();
+    digest.Update(Ascii("c"));
+    copy->Update(Ascii("c"));
+    EXPECT_EQ(HexOf(digest.Final()), expected);
+    EXPECT_EQ(HexOf(copy->Final()), expected);
+  }
+}
+
+TEST(DigestTest, Sha2SizesAndHmacBlocks) {
+  EXPECT_EQ(Digest::SizeOf(CALG_SHA_256), 32u);
+  EXPECT_EQ(Digest::SizeOf(CALG_SHA_384), 48u);
+  EXPECT_EQ(Digest::SizeOf(CALG_SHA_512), 64u);
+  EXPECT_EQ(Digest::SizeOf(CALG_MAC), 0u);
+  // RFC 4231: SHA-384 and SHA-512 work on 128-byte blocks; the others (and the providers' MD2
+  // pads) on 64.
+  EXPECT_EQ(Digest::HmacBlockOf(CALG_SHA_384), 128u);
+  EXPECT_EQ(Digest::HmacBlockOf(CALG_SHA_512), 128u);
+  for (const ALG_ID algid : {CALG_MD2, CALG_MD4, CALG_MD5, CALG_SHA1, CALG_SHA_256}) {
+    EXPECT_EQ(Digest::HmacBlockOf(algid), 64u) << algid;
+    EXPECT_EQ(Digest::IsSha2(algid), algid == CALG_SHA_256) << algid;
+  }
+  EXPECT_EQ(Digest::HmacBlockOf(CALG_HMAC), 0u);
 }
 
 }  // namespace

@@ -395,5 +395,50 @@ TEST(HashObjectTest, HmacDuplicateContinues) {
   EXPECT_EQ(Value(*copy), "b617318655057264e28bc0b6fb378c8ef146be00");
 }
 
+// --- the AES provider -------------------------------------------------------------------------
+
+// RFC 4231 test case 2 ("Jefe") with SHA-384 and SHA-512, whose pads are 128 bytes.
+TEST(HashObjectTest, Rfc4231WithSha2InTheAesProvider) {
+  const ProviderInfo& aes = ProviderInfo::Of(ProviderKind::Aes);
+  auto key = SymmetricKey::FromKeyBytes(aes, CALG_RC2, Ascii("Jefe"), CRYPT_IPSEC_HMAC_KEY,
+                                        SymmetricKey::Origin::PlaintextBlob);
+  const std::pair<ALG_ID, const char*> cases[] = {
+      {CALG_SHA_256, "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843"},
+      {CALG_SHA_384,
+       "af45d2e376484031617f78d2b58a6b1b9c7ef464f5a01b47e42ec3736322445e8e2240ca5e69e2c78b3239ec"
+       "fab21649"},
+      {CALG_SHA_512,
+       "164b7a7bfcf819e2e395fbe73b56e0a387bd64222e831fd610270cd7ea2505549758bf75c05a994a6d034f65"
+       "f8f0e6fdcaeab1a34d4a6b4b636e070a38bce737"}};
+  for (const auto& [algid, expected] : cases) {
+    auto hash = HashObject::Create(aes, CALG_HMAC, key.get(), 0);
+    SetInfo(*hash, algid);
+    EXPECT_EQ(hash->digestAlgid(), algid);
+    EXPECT_EQ(Dword(*hash, HP_HASHSIZE), std::string(expected).size() / 2);
+    hash->HashData(Ascii("what do ya want for nothing?"), 0);
+    EXPECT_EQ(Value(*hash), expected);
+  }
+}
+
+TEST(HashObjectTest, MacWithAesKeyHasSixteenBytes) {
+  const ProviderInfo& aes = ProviderInfo::Of(ProviderKind::Aes);
+  auto key = SymmetricKey::FromKeyBytes(aes, CALG_AES_128, H("2b7e151628aed2a6abf7158809cf4f3c"), 0,
+                                        SymmetricKey::Origin::PlaintextBlob);
+  auto mac = HashObject::Create(aes, CALG_MAC, key.get(), 0);
+  EXPECT_EQ(Dword(*mac, HP_HASHSIZE), 16u);
+  // One whole block plus the padding block: CBC of SP 800-38A F.2.1's first block under a zero
+  // IV, then 16 bytes of 0x10.
+  mac->HashData(H("6bc1bee22e409f96e93d7e117393172a"), 0);
+  const std::string value = Value(*mac);
+  EXPECT_EQ(value.size(), 32u);
+  auto check = SymmetricKey::FromKeyBytes(aes, CALG_AES_128, H("2b7e151628aed2a6abf7158809cf4f3c"),
+                                          0, SymmetricKey::Origin::PlaintextBlob);
+  Bytes data = H("6bc1bee22e409f96e93d7e117393172a");
+  DWORD length = 16;
+  data.resize(32);
+  check->Encrypt(nullptr, true, 0, data.data(), &length, 32);
+  EXPECT_EQ(value, HexOf(Bytes(data.begin() + 16, data.end())));
+}
+
 }  // namespace
 }  // namespace quiv::platform

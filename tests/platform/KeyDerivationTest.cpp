@@ -87,5 +87,35 @@ TEST(KeyDerivationTest, ExpansionNeedsADigest) {
   }
 }
 
+// kdf.33.aes_128.md5 (AES provider): the AES-128 key comes from the expansion although the
+// 16-byte MD5 value alone would be long enough.
+TEST(KeyDerivationTest, AesKeysAreExpandedFromShortHashFamilies) {
+  const auto& v = WindowsVectors().Vector("kdf.33.aes_128.md5");
+  const Bytes value = H(v["expected"]["HP_HASHVAL"].get<std::string>());
+  const SecureBytes key = KeyDerivation::AesMaterial(CALG_MD5, value, 16);
+  EXPECT_NE(HexOf(key), HexOf(value));
+  Bytes block = H(v["inputs"]["data_hex"].get<std::string>());
+  block.resize(4);
+  block.insert(block.end(), 12, 12);  // PKCS#5 of a 4-byte message in a 16-byte block
+  auto engine = CipherEngine::Create(CALG_AES_128, key, 0, CRYPT_MODE_CBC, Bytes(16, 0));
+  engine->Encrypt(block);
+  EXPECT_EQ(HexOf(block), v["expected_by_provider"]["AES"]["ciphertext"].get<std::string>());
+}
+
+TEST(KeyDerivationTest, AesKeysFromSha2AreThePrefix) {
+  Bytes value(64);
+  for (size_t i = 0; i < value.size(); ++i) value[i] = static_cast<uint8_t>(i);
+  EXPECT_EQ(HexOf(KeyDerivation::AesMaterial(CALG_SHA_512, value, 32)),
+            HexOf(Bytes(value.begin(), value.begin() + 32)));
+  value.resize(32);
+  EXPECT_EQ(HexOf(KeyDerivation::AesMaterial(CALG_SHA_256, value, 32)), HexOf(value));
+  try {
+    KeyDerivation::AesMaterial(CALG_MAC, Bytes(16, 1), 16);
+    ADD_FAILURE() << "no error";
+  } catch (const CspError& e) {
+    EXPECT_EQ(e.code(), static_cast<uint32_t>(NTE_BAD_ALGID));
+  }
+}
+
 }  // namespace
 }  // namespace quiv::platform

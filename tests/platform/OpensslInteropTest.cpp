@@ -91,12 +91,6 @@ bool SameKey(EVP_PKEY* a, EVP_PKEY* b) {
   return EVP_PKEY_eq(a, b) == 1;
 }
 
-std::unique_ptr<HashObject> HashOf(ALG_ID algid, const Bytes& data) {
-  auto hash = HashObject::Create(Enhanced(), algid, nullptr, 0);
-  hash->HashData(data, 0);
-  return hash;
-}
-
 const Bytes kMessage = {'i', 'n', 't', 'e', 'r', 'o', 'p', ' ', 'c', 'h', 'e', 'c', 'k'};
 
 // ---- blobs ----
@@ -158,18 +152,40 @@ TEST(OpensslInteropTest, OpensslCommandLineConvertsOurBlob) {
 
 // ---- signatures ----
 
+// The hashes signed both ways: those of every provider, and the AES provider's SHA-2, whose
+// DigestInfo OpenSSL checks as RFC 8017 section 9.2 writes it.
+struct SignedHash {
+  const char* provider;
+  ALG_ID algid;
+  const char* name;
+};
+constexpr SignedHash kSignedHashes[] = {
+    {MS_ENHANCED_PROV_A, CALG_MD5, "MD5"},
+    {MS_ENHANCED_PROV_A, CALG_SHA1, "SHA1"},
+    {MS_ENH_RSA_AES_PROV_A, CALG_SHA_256, "SHA256"},
+    {MS_ENH_RSA_AES_PROV_A, CALG_SHA_384, "SHA384"},
+    {MS_ENH_RSA_AES_PROV_A, CALG_SHA_512, "SHA512"},
+};
+
+std::unique_ptr<HashObject> HashOf(const SignedHash& h, const Bytes& data) {
+  auto hash = HashObject::Create(*ProviderInfo::FindByName(h.provider), h.algid, nullptr, 0);
+  hash->HashData(data, 0);
+  return hash;
+}
+
 TEST(OpensslInteropTest, OpensslVerifiesOurSignatureAfterByteReversal) {
   auto key = RsaKey::Generate(Enhanced(), AT_SIGNATURE, (1024u << 16) | CRYPT_EXPORTABLE);
   Pkey ossl = DecodeMsblob(key->ExportPublicBlob(), false);
-  for (auto [algid, name] : {std::pair{CALG_MD5, "MD5"}, std::pair{CALG_SHA1, "SHA1"}}) {
-    SCOPED_TRACE(name);
-    auto hash = HashOf(algid, kMessage);
+  for (const SignedHash& h : kSignedHashes) {
+    SCOPED_TRACE(h.name);
+    auto hash = HashOf(h, kMessage);
     DWORD length = 128;
     Bytes sig(128);
     key->Sign(*hash, nullptr, 0, sig.data(), &length);
     const Bytes bigEndian = Reversed(sig);
     EVP_MD_CTX* md = EVP_MD_CTX_new();
-    ASSERT_EQ(EVP_DigestVerifyInit_ex(md, nullptr, name, nullptr, nullptr, ossl.get(), nullptr), 1);
+    ASSERT_EQ(EVP_DigestVerifyInit_ex(md, nullptr, h.name, nullptr, nullptr, ossl.get(), nullptr),
+              1);
     EXPECT_EQ(
         EVP_DigestVerify(md, bigEndian.data(), bigEndian.size(), kMessage.data(), kMessage.size()),
         1);
@@ -180,23 +196,32 @@ TEST(OpensslInteropTest, OpensslVerifiesOurSignatureAfterByteReversal) {
 TEST(OpensslInteropTest, WeVerifyOpensslSignatureAfterByteReversal) {
   Pkey ossl = OpensslKey(1024);
   auto publicKey = RsaKey::ImportPublicBlob(Enhanced(), EncodeMsblob(ossl.get(), false), 0);
-  for (auto [algid, name] : {std::pair{CALG_MD5, "MD5"}, std::pair{CALG_SHA1, "SHA1"}}) {
-    SCOPED_TRACE(name);
+  for (const SignedHash& h : kSignedHashes) {
+    SCOPED_TRACE(h.name);
     EVP_MD_CTX* md = EVP_MD_CTX_new();
-    ASSERT_EQ(EVP_DigestSignInit_ex(md, nullptr, name, nullptr, nullptr, ossl.get(), nullptr), 1);
+    ASSERT_EQ(EVP_DigestSignInit_ex(md, nullptr, h.name, nullptr, nullptr, ossl.get(), nullptr), 1);
     size_t length = 0;
     EVP_DigestSign(md, nullptr, &length, kMessage.data(), kMessage.size());
     Bytes sig(length);
     ASSERT_EQ(EVP_DigestSign(md, sig.data(), &length, kMessage.data(), kMessage.size()), 1);
     EVP_MD_CTX_free(md);
     const Bytes littleEndian = Reversed(sig);
-    EXPECT_NO_THROW(
-        publicKey->Verify(*HashOf(algid, kMessage), littleEndian.data(), 128, nullptr, 0));
+    EXPECT_NO_THROW(publicKey->Verify(*HashOf(h, kMessage), littleEndian.data(), 128, nullptr, 0));
     Bytes tampered = littleEndian;
     tampered[5] ^= 0x40;
-    EXPECT_THROW(publicKey->Verify(*HashOf(algid, kMessage), tampered.data(), 128, nullptr, 0),
+    EXPECT_THROW(publicKey->Verify(*HashOf(h, kMessage), tampered.data(), 128, nullptr, 0),
                  CspError);
   }
+}
+
+// OpenSSL's codec reads the private blob of a pair the AES provider made.
+TEST(OpensslInteropTest, OpensslReadsTheAesProvidersBlobs) {
+  const ProviderInfo& aes = *ProviderInfo::FindByName(MS_ENH_RSA_AES_PROV_A);
+  auto key = RsaKey::Generate(aes, AT_KEYEXCHANGE, (1024u << 16) | CRYPT_EXPORTABLE);
+  Pkey priv = DecodeMsblob(ToBytes(key->ExportPrivateBlob(nullptr)), true);
+  Pkey pub = DecodeMsblob(key->ExportPublicBlob(), false);
+  ASSERT_TRUE(priv && pub);
+  EXPECT_TRUE(SameKey(priv.get(), pub.get()));
 }
 
 // ---- RSA encryption and SIMPLEBLOB ----

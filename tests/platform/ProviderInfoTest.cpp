@@ -39,7 +39,10 @@ TEST(ProviderInfoTest, FindByNameIgnoresCase) {
   EXPECT_EQ(ProviderInfo::FindByName("microsoft strong cryptographic provider"),
             &ProviderInfo::Of(ProviderKind::Strong));
   EXPECT_EQ(ProviderInfo::FindByName("Microsoft Strong Cryptographic Provider "), nullptr);
-  EXPECT_EQ(ProviderInfo::FindByName("Microsoft Enhanced RSA and AES Cryptographic Provider"),
+  EXPECT_EQ(ProviderInfo::FindByName("microsoft enhanced rsa and aes cryptographic provider"),
+            &ProviderInfo::Of(ProviderKind::Aes));
+  EXPECT_EQ(ProviderInfo::FindByName("Microsoft Enhanced DSS and Diffie-Hellman Cryptographic "
+                                     "Provider"),
             nullptr);
   EXPECT_EQ(ProviderInfo::FindByName(""), nullptr);
 }
@@ -138,6 +141,56 @@ TEST(ProviderInfoTest, LongNamesFitTheirFields) {
     }
   }
   EXPECT_EQ(ProviderInfo::Of(ProviderKind::Base).Find(CALG_HMAC)->longName, "Hugo's MAC (HMAC)");
+}
+
+TEST(ProviderInfoTest, AesProviderNamesTypeAndDefault) {
+  const ProviderInfo& aes = ProviderInfo::Of(ProviderKind::Aes);
+  EXPECT_EQ(aes.name(), "Microsoft Enhanced RSA and AES Cryptographic Provider");
+  EXPECT_EQ(aes.name().size() + 1, 54u);
+  EXPECT_EQ(aes.type(), static_cast<DWORD>(PROV_RSA_AES));
+  EXPECT_EQ(ProviderInfo::DefaultFor(PROV_RSA_AES), &aes);
+  EXPECT_EQ(ProviderInfo::DefaultFor(PROV_RSA_FULL), &ProviderInfo::Default());
+  EXPECT_EQ(ProviderInfo::DefaultFor(12), nullptr);  // PROV_RSA_SCHANNEL is not built
+  const ProviderInfo* prototype = ProviderInfo::FindByName(MS_ENH_RSA_AES_PROV_XP_A);
+  ASSERT_NE(prototype, nullptr);
+  EXPECT_NE(prototype, &aes);
+  EXPECT_EQ(prototype->kind(), ProviderKind::Aes);
+  EXPECT_EQ(prototype->name(), MS_ENH_RSA_AES_PROV_XP_A);
+  EXPECT_EQ(prototype->type(), static_cast<DWORD>(PROV_RSA_AES));
+  for (const ProviderKind kind :
+       {ProviderKind::Base, ProviderKind::Enhanced, ProviderKind::Strong}) {
+    EXPECT_EQ(ProviderInfo::Of(kind).type(), static_cast<DWORD>(PROV_RSA_FULL));
+  }
+  EXPECT_TRUE(aes.HasEnhancedSaltRules());
+  EXPECT_TRUE(ProviderInfo::Of(ProviderKind::Enhanced).HasEnhancedSaltRules());
+  EXPECT_FALSE(ProviderInfo::Of(ProviderKind::Strong).HasEnhancedSaltRules());
+  EXPECT_FALSE(ProviderInfo::Of(ProviderKind::Base).HasEnhancedSaltRules());
+}
+
+TEST(ProviderInfoTest, AesProviderAlgorithms) {
+  const ProviderInfo& aes = ProviderInfo::Of(ProviderKind::Aes);
+  const ProviderInfo& enhanced = ProviderInfo::Of(ProviderKind::Enhanced);
+  ASSERT_EQ(aes.Algorithms().size(), 20u);
+  for (size_t i = 0; i < enhanced.Algorithms().size(); ++i) {
+    EXPECT_EQ(HexOf(ProviderInfo::EnumAlgsExRecord(aes.Algorithms()[i])),
+              HexOf(ProviderInfo::EnumAlgsExRecord(enhanced.Algorithms()[i])))
+        << i;
+  }
+  for (const auto& [algid, bits] : {std::pair{CALG_AES_128, 128u}, std::pair{CALG_AES_192, 192u},
+                                    std::pair{CALG_AES_256, 256u}, std::pair{CALG_SHA_256, 256u},
+                                    std::pair{CALG_SHA_384, 384u}, std::pair{CALG_SHA_512, 512u}}) {
+    const AlgRecord* record = aes.Find(algid);
+    ASSERT_NE(record, nullptr) << algid;
+    EXPECT_EQ(record->defaultBits, bits);
+    EXPECT_EQ(record->minBits, bits);
+    EXPECT_EQ(record->maxBits, bits);
+  }
+  EXPECT_EQ(aes.Find(CALG_AES), nullptr);
+  EXPECT_EQ(aes.Find(CALG_RC5), nullptr);
+  // "AES 128", 8 bytes with its NUL, and a 38-character long name in the 40-byte field.
+  const auto record = ProviderInfo::EnumAlgsExRecord(*aes.Find(CALG_AES_128));
+  EXPECT_EQ(HexOf(std::span(record).subspan(0, 24)),
+            "0e6600008000000080000000800000000000000008000000");
 }
 
 }  // namespace

@@ -698,5 +698,33 @@ TEST(RsaKeyTest, DamagedStoredFormIsKeysetEntryBad) {
   EXPECT_EQ(ErrorOf([&] { pub->StoredForm(); }), Code(NTE_BAD_KEY));
 }
 
+// The AES provider signs SHA-2 values with their DigestInfo (RFC 8017 section 9.2, note 1).
+TEST(RsaKeyTest, Sha2SignatureBlocksCarryTheirDigestInfo) {
+  const ProviderInfo& aes = ProviderInfo::Of(ProviderKind::Aes);
+  auto key = RsaKey::ImportPrivateBlob(aes, Shared("rsa1024_sign_private_highbit"), 0, nullptr);
+  const Bytes modulus = ModulusOf(*key);
+  const std::pair<ALG_ID, const char*> cases[] = {
+      {CALG_SHA_256, "3031300d060960864801650304020105000420"},
+      {CALG_SHA_384, "3041300d060960864801650304020205000430"},
+      {CALG_SHA_512, "3051300d060960864801650304020305000440"}};
+  const auto hashOf = [&](ALG_ID algid) {
+    auto hash = HashObject::Create(aes, algid, nullptr, 0);
+    hash->HashData(kWineRocks, 0);
+    return hash;
+  };
+  for (const auto& [algid, prefix] : cases) {
+    SCOPED_TRACE(algid);
+    auto hash = hashOf(algid);
+    const Bytes sig = SignWith(*key, *hash, 0);
+    ASSERT_EQ(sig.size(), 128u);
+    const Bytes value = ToBytes(hash->Finish());
+    EXPECT_EQ(ModExpBigEndian(sig, modulus, 65537), ExpectedBlock(128, FromHex(prefix), value));
+    EXPECT_NO_THROW(key->Verify(*hashOf(algid), sig.data(), 128, nullptr, 0));
+  }
+  // The PROV_RSA_FULL providers have no SHA-2 hash to sign.
+  EXPECT_EQ(ErrorOf([] { HashObject::Create(Enhanced(), CALG_SHA_256, nullptr, 0); }),
+            Code(NTE_BAD_ALGID));
+}
+
 }  // namespace
 }  // namespace quiv::platform

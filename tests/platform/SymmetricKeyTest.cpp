@@ -792,5 +792,67 @@ TEST(SymmetricKeyTest, EncryptFeedsTheHashWithPlaintext) {
   EXPECT_EQ(HexOf(viaDecrypt->Finish()), expected);
 }
 
+// --- the AES provider -------------------------------------------------------------------------
+
+const ProviderInfo& Aes() {
+  return ProviderInfo::Of(ProviderKind::Aes);
+}
+
+// The AES column of the recorded derivation table (kdf.09-11 from MD2, kdf.33-35 from MD5).
+TEST(SymmetricKeyTest, AesDerivationRowsRecorded) {
+  for (const char* id : {"kdf.09.aes_128.md2", "kdf.10.aes_192.md2", "kdf.11.aes_256.md2",
+                         "kdf.33.aes_128.md5", "kdf.34.aes_192.md5", "kdf.35.aes_256.md5"}) {
+    SCOPED_TRACE(id);
+    const auto& v = V(id);
+    auto hash = HashOf(Aes(), v["inputs"]["hash_alg"]["value"].get<ALG_ID>(),
+                       H(v["inputs"]["data_hex"].get<std::string>()));
+    auto key = SymmetricKey::Derive(Aes(), v["inputs"]["key_alg"]["value"].get<ALG_ID>(), *hash, 0);
+    const auto& aes = v["expected_by_provider"]["AES"];
+    EXPECT_EQ(Dword(*key, KP_MODE), aes["KP_MODE"].get<DWORD>());
+    const Bytes out = Encrypt(*key, H(v["inputs"]["plaintext"].get<std::string>()), true, 16);
+    EXPECT_EQ(out.size(), aes["encrypted_length"].get<size_t>());
+    EXPECT_EQ(HexOf(out), aes["ciphertext"].get<std::string>());
+  }
+}
+
+TEST(SymmetricKeyTest, AesKeysAreSixteenByteBlockCiphersWithoutSalt) {
+  for (const auto& [algid, bytes] :
+       {std::pair{CALG_AES_128, 16u}, std::pair{CALG_AES_192, 24u}, std::pair{CALG_AES_256, 32u}}) {
+    auto key = SymmetricKey::Generate(Aes(), algid, CRYPT_CREATE_SALT | CRYPT_EXPORTABLE);
+    EXPECT_TRUE(key->IsBlockCipher());
+    EXPECT_EQ(key->BlockSize(), 16u);
+    EXPECT_EQ(key->KeyBytes().size(), bytes);
+    EXPECT_TRUE(key->Salt().empty());
+    EXPECT_EQ(Dword(*key, KP_BLOCKLEN), 128u);
+    EXPECT_EQ(ParamBytes(*key, KP_IV), Bytes(16, 0));
+    EXPECT_EQ(ErrorOf([&] { SetDword(*key, KP_EFFECTIVE_KEYLEN, 128); }), Code(NTE_BAD_TYPE));
+    EXPECT_EQ(ErrorOf([&] { SymmetricKey::Generate(Aes(), algid, 64 << 16); }),
+              Code(NTE_BAD_FLAGS));
+    EXPECT_EQ(ErrorOf([&] {
+                SymmetricKey::FromKeyBytes(Aes(), algid, Bytes(bytes - 1, 1), 0,
+                                           SymmetricKey::Origin::SimpleBlob);
+              }),
+              Code(NTE_BAD_DATA));
+  }
+  // The 64-bit ciphers keep their 8-byte IV in the AES provider.
+  auto des = SymmetricKey::Generate(Aes(), CALG_3DES, 0);
+  EXPECT_EQ(des->BlockSize(), 8u);
+  EXPECT_EQ(ParamBytes(*des, KP_IV).size(), 8u);
+  EXPECT_EQ(ErrorOf([] { SymmetricKey::Generate(Enhanced(), CALG_AES_256, 0); }),
+            Code(NTE_BAD_ALGID));
+}
+
+// SP 800-38A F.2.5 (CBC-AES256) through the key object, with the PKCS#5 block it adds.
+TEST(SymmetricKeyTest, AesCbcWithSixteenBytePadding) {
+  auto key = Raw(Aes(), CALG_AES_256,
+                 H("603deb1015ca71be2b73aef0857d77811f352c073b6108d72d9810a30914dff4"));
+  const Bytes iv = H("000102030405060708090a0b0c0d0e0f");
+  key->SetParam(KP_IV, iv.data(), 0);
+  const Bytes out = Encrypt(*key, H("6bc1bee22e409f96e93d7e117393172a"), true, 16);
+  ASSERT_EQ(out.size(), 32u);
+  EXPECT_EQ(HexOf(Bytes(out.begin(), out.begin() + 16)), "f58c4c04d6e5f1ba779eabfb5f7bfbd6");
+  EXPECT_EQ(HexOf(Decrypt(*key, out, true)), "6bc1bee22e409f96e93d7e117393172a");
+}
+
 }  // namespace
 }  // namespace quiv::platform

@@ -16,13 +16,10 @@ VectorProvider::VectorProvider(std::string_view label) : m_label(label) {
 }
 
 bool VectorProvider::IsBuilt() const {
-  return m_label != "AES" && m_label != "SChannel";
+  return m_label != "SChannel";
 }
 
 std::string VectorProvider::NotBuiltReason() const {
-  if (m_label == "AES") {
-    return "the AES provider (PROV_RSA_AES) is not one of the providers this library implements";
-  }
   if (m_label == "SChannel") {
     return "the SChannel provider (PROV_RSA_SCHANNEL) is not one of the providers this library "
            "implements";
@@ -34,13 +31,14 @@ const char* VectorProvider::CspName() const {
   if (m_label == "Base") return MS_DEF_PROV_A;
   if (m_label == "Enhanced") return MS_ENHANCED_PROV_A;
   if (m_label == "Strong") return MS_STRONG_PROV_A;
+  if (m_label == "AES") return MS_ENH_RSA_AES_PROV_A;
   if (m_label == "Default") return "";
   throw std::runtime_error("provider " + m_label + " is not built");
 }
 
 DWORD VectorProvider::Type() const {
   if (!IsBuilt()) throw std::runtime_error("provider " + m_label + " is not built");
-  return PROV_RSA_FULL;
+  return m_label == "AES" ? PROV_RSA_AES : PROV_RSA_FULL;
 }
 
 BOOL VectorProvider::Acquire(HCRYPTPROV* out, const char* container, DWORD flags) const {

@@ -1,8 +1,8 @@
 // VectorProvider: a provider column of windows-csp.json ("Base", "Enhanced", "Strong",
 // "Default", "AES", "SChannel") mapped to the CryptAcquireContextA arguments that open it here.
-// "Default" is the empty provider name with PROV_RSA_FULL (the system default of that type).
-// The AES and SChannel providers are not part of this provider library; tests skip them and say
-// why.
+// "Default" is the empty provider name with PROV_RSA_FULL (the system default of that type);
+// "AES" is the Enhanced RSA and AES provider with PROV_RSA_AES. The SChannel provider is not part
+// of this provider library; tests skip it and say why.
 //
 // Ownership: a value type; holds only its label.
 #ifndef QUIV_TESTS_SUPPORT_VECTORPROVIDER_H

@@ -3,7 +3,7 @@
 // into underscores, so ctest lists and runs each one on its own.
 //
 // For each instance the fixture
-//  - skips, with the reason, providers this library does not implement (AES, SChannel);
+//  - skips, with the reason, providers this library does not implement (SChannel);
 //  - gives the test a fresh empty key-container store (TempKeyStore);
 //  - opens the vector for that provider (VectorCase) and, after the procedure, fails the test on
 //    every input or expected value the procedure did not read.
