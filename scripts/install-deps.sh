@@ -5,7 +5,8 @@ set -euo pipefail
 
 packages=(build-essential cmake pkg-config libssl-dev openssl nettle-dev
           libgtest-dev libgmock-dev libbenchmark-dev clang-format
-          nlohmann-json3-dev mingw-w64-common)
+          nlohmann-json3-dev mingw-w64-common
+          time xxd)
 # The Python client's tests, the example web site and its browser test.
 packages+=(python3 python3-pytest gunicorn chromium fonts-dejavu-core)
 if [[ "${1:-build}" == "fuzz" ]]; then

@@ -34,4 +34,8 @@ export PKG_CONFIG_PATH="$libdir/pkgconfig"
 # shellcheck disable=SC2046
 g++ $flags "$src/tests/install/consumer/main.cpp" -o "$prefix/pc-consumer" $(pkg-config --cflags --libs quiv)
 LD_LIBRARY_PATH="$libdir" "$prefix/pc-consumer"
+# The command runs from the prefix without help (its run path finds libquiv) and has its page.
+export QUIV_KEY_STORE="$prefix/keys"
+"$prefix/bin/quiv" dgst -sha1 "$src/README.md" >/dev/null
+test -s "$prefix/share/man/man1/quiv.1"
 echo "install test passed"
