@@ -95,7 +95,7 @@ int RunDec(const std::vector<std::string>& args) {
   "  -in FILE            input (default: standard input)\n"                                     \
   "  -out FILE           output, written only when the whole run succeeds (default: standard\n" \
   "                      output, which cannot be taken back)\n"                                 \
-  "  -pass SPEC          pass phrase: pass:TEXT, env:VAR, file:PATH (first line) or stdin\n"    \
+  "  -pass SOURCE        pass phrase: pass:TEXT, env:VAR, file:PATH (first line) or stdin\n"    \
   "                      (first line of standard input); only pass: shows up in ps\n"           \
   "  -passform text|hex  the phrase as UTF-8 text (default), or hex of its UTF-16LE bytes\n"    \
   "  -alg NAME           rc2 (default), rc4, des, 3des or 3des112\n"                            \

@@ -163,7 +163,7 @@ void LoadInto(Session& session, const Options& options, const std::vector<uint8_
 }
 
 #define QUIV_KEY_PASS_HELP                                                                         \
-  "  -pass SPEC          for a private key: pass:TEXT, env:VAR, file:PATH or stdin. msblob/hex:\n" \
+  "  -pass SOURCE        for a private key: pass:TEXT, env:VAR, file:PATH or stdin. msblob/hex:\n" \
   "                      the blob wrapped under a session key derived from it, as the library\n"   \
   "                      does (-alg, -keylen, -hash as for enc; default rc2); pem/der: PKCS#8\n"   \
   "                      encryption (PBES2, AES-256-CBC)\n"
@@ -173,7 +173,7 @@ void LoadInto(Session& session, const Options& options, const std::vector<uint8_
 const Command kExportCommand = {
     "export", "write a container's public key or key pair to a file",
     "usage: quiv export (-container NAME | -in KEYFILE) [-exchange|-signature] [-private]\n"
-    "                   [-pass SPEC] [-outform msblob|pem|der|hex] [-out FILE] [-machine]\n"
+    "                   [-pass SOURCE] [-outform msblob|pem|der|hex] [-out FILE] [-machine]\n"
     "Writes the PUBLICKEYBLOB (or with -private the PRIVATEKEYBLOB, which needs a pair made\n"
     "-exportable) of the container's exchange (default) or signature pair. pem/der write\n"
     "SubjectPublicKeyInfo or PKCS#8. A private key file is made with mode 0600.\n"
@@ -192,7 +192,7 @@ const Command kExportCommand = {
 const Command kImportCommand = {
     "import", "put a key pair from a file into a container",
     "usage: quiv import -container NAME -in FILE [-exchange|-signature] [-exportable]\n"
-    "                   [-create] [-pass SPEC] [-inform auto|msblob|pem|der|hex] [-machine]\n"
+    "                   [-create] [-pass SOURCE] [-inform auto|msblob|pem|der|hex] [-machine]\n"
     "Stores a PRIVATEKEYBLOB (as Windows exports it) or a PEM/DER RSA private key (PKCS#8 or\n"
     "PKCS#1) in the container, in the slot -exchange/-signature names (default: the blob's own\n"
     "algorithm; PEM/DER: exchange). The form is detected from the content unless -inform says.\n"

@@ -1,5 +1,5 @@
 // KeySettings: the options that make a session key, shared by enc, dec, wrap and export.
-//   -pass SPEC -passform text|hex   derive the key from a pass phrase (PassPhrase)
+//   -pass SOURCE -passform text|hex   derive the key from a pass phrase (PassPhrase)
 //   -alg rc2|rc4|des|3des|3des112   the cipher (default rc2, the library's default)
 //   -keylen BITS                    0 or absent: the provider's default length
 //   -hash md5|sha1|md2|md4          the hash that derives the key (default md5)

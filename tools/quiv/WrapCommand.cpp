@@ -73,7 +73,7 @@ int RunUnwrap(const std::vector<std::string>& args) {
 
 const Command kWrapCommand = {
     "wrap", "wrap a pass-phrase key as a SIMPLEBLOB for a recipient",
-    "usage: quiv wrap -pubin RECIPIENT -pass SPEC [-alg NAME] [-keylen BITS] [-hash md5|sha1]\n"
+    "usage: quiv wrap -pubin RECIPIENT -pass SOURCE [-alg NAME] [-keylen BITS] [-hash md5|sha1]\n"
     "                 [-outform bin|hex] [-out FILE]\n"
     "Derives the session key from the pass phrase exactly as enc does and writes it as a\n"
     "SIMPLEBLOB encrypted to RECIPIENT's public key (a PUBLICKEYBLOB, hex, PEM or DER public\n"
