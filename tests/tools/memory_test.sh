@@ -2,9 +2,10 @@
 # Constant memory: enc, dec and dgst of a 64 MiB input need less than half its size above what the
 # same program needs to start (a program that held the input whole would need all of it), and no
 # more than for a 4 MiB input (sections of fixed size). The start-up peak is measured, not assumed:
-# under the sanitizers it alone is near 64 MiB and moves with the machine. The 1 GiB figures
-# are in the release notes; this keeps the test short. Under AddressSanitizer the freed-memory quarantine is kept small, so the
-# peak measures what the program holds rather than what the sanitizer delays.
+# under the sanitizers it alone is near 64 MiB and moves with the machine. The 1 GiB figures are
+# in the release notes; this keeps the test short. Under AddressSanitizer the freed-memory
+# quarantine is kept small, so the peak measures what the program holds rather than what the
+# sanitizer delays.
 source "$(dirname "$0")/lib.sh" "$1"
 export ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}quarantine_size_mb=1:thread_local_quarantine_size_kb=64"
 
