@@ -414,9 +414,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if ((args[k].vt & VT_BYREF) == 0) VariantClear(&args[k]);
     VariantClear(&holders[k]);
   }
-  // Only a page context handed to a record (or taken from it) keeps a reference.
+  // Only a page context handed to a record (or taken from it) keeps a reference, and
+  // TerminateAll lets go of the one the provider's records hold.
   const bool keepsPage = member.name == u"OnStartPage" || member.name == u"OnEndPage" ||
-                         member.name == u"LoadError" || member.name == u"LastError";
+                         member.name == u"LoadError" || member.name == u"LastError" ||
+                         member.name == u"TerminateAll";
   if (!keepsPage) fuzz::Require(session.foreign.refs == foreignRefs);
   fuzz::Require(quiv::server::DispatchObject::LiveCount() == session.baselineWrappers);
   return 0;
