@@ -22,6 +22,30 @@ for bits in 128 192 256; do
   done
 done
 
+# MD5 and SHA-1 are expanded for every AES size: each of 64 bytes 0x36 and 0x5C XORed with the
+# hash, hashed again, the two values joined.
+expanded_key() {
+  local h pads="" p i b hexpad
+  h=$(phrase_bytes "$1" | openssl dgst -"$2" -r | cut -d' ' -f1)
+  for p in 0x36 0x5c; do
+    hexpad=""
+    for ((i = 0; i < 64; i++)); do
+      b=0
+      ((i * 2 < ${#h})) && b=$((16#${h:i*2:2}))
+      hexpad+=$(printf '%02x' $((b ^ p)))
+    done
+    pads+=$(printf '%s' "$hexpad" | xxd -r -p | openssl dgst -"$2" -r | cut -d' ' -f1)
+  done
+  printf '%s' "${pads:0:$(($3 / 4))}"
+}
+for hash in md5 sha1; do
+  key=$(expanded_key secret $hash 256)
+  quiv enc -provider aes -alg aes256 -hash $hash -pass pass:secret -iv $iv -in data.bin -out q.enc
+  openssl enc -d -aes-256-cbc -K "$key" -iv $iv -in q.enc -out o.dec 2>/dev/null || true
+  cmp -s o.dec data.bin && pass "openssl decrypts enc aes256/$hash (expanded hash)" ||
+    fail "openssl does not decrypt enc aes256/$hash with the expanded hash"
+done
+
 key=$(key_of secret sha256 256)
 quiv enc -provider aes -mode ecb -pass pass:secret -outform hex -in one.bin -out e.hex
 expect_eq "ecb, one byte, hex, default aes256/sha256" \
