@@ -1,8 +1,8 @@
 #include "AesCipher.h"
 
-#include <cstdio>
 #include <string>
 
+#include "CapiFallback.h"
 #include "HexText.h"
 #include "PassPhrase.h"
 #include "UsageError.h"
@@ -13,10 +13,7 @@ namespace quiv::cli {
 namespace {
 
 [[noreturn]] void PlatformFailure(const char* what) {
-  char code[16];
-  std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(GetLastError()));
-  throw CommandFailure(std::string(what) + " failed (platform error " + code + "; 'quiv errstr " +
-                       code + "' names it)");
+  CapiFallback::PlatformFailure(what);
 }
 
 ALG_ID CipherId(const std::string& name) {

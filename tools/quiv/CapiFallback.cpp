@@ -11,10 +11,7 @@ namespace quiv::cli {
 namespace {
 
 [[noreturn]] void PlatformFailure(const char* what) {
-  char code[16];
-  std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(GetLastError()));
-  throw CommandFailure(std::string(what) + " failed (platform error " + code + "; 'quiv errstr " +
-                       code + "' names it)");
+  CapiFallback::PlatformFailure(what);
 }
 
 bool IsSha2(ALG_ID alg) {
@@ -71,6 +68,13 @@ class Hash final {
 };
 
 }  // namespace
+
+void CapiFallback::PlatformFailure(const char* what) {
+  char code[16];
+  std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(GetLastError()));
+  throw CommandFailure(std::string(what) + " failed (platform error " + code + "; 'quiv errstr " +
+                       code + "' names it)");
+}
 
 std::vector<uint8_t> CapiFallback::EncryptFinal(uint32_t key, std::span<const uint8_t> data) {
   std::vector<uint8_t> buffer(data.begin(), data.end());

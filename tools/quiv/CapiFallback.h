@@ -20,6 +20,8 @@ namespace quiv::cli {
 class CapiFallback final {
  public:
   // Called with a sink taking the data piece by piece until it returns.
+  // CommandFailure naming `what` and the platform's last error code.
+  [[noreturn]] static void PlatformFailure(const char* what);
   using Feed = std::function<void(const std::function<void(std::span<const uint8_t>)>&)>;
   // The final section of a message on the key handle (in place, as CryptEncrypt/CryptDecrypt
   // work). CommandFailure with the platform's error code on failure.
