@@ -25,6 +25,18 @@ for md in md5 sha1; do
   want=$(openssl dgst -$md -hmac key -r big.bin | cut -d' ' -f1)
   expect_eq "dgst -hmac -$md equals openssl" "${want^^}  big.bin" "$(quiv dgst -$md -hmac hmac.key big.bin)"
 done
+# SHA-2 on the AES provider, against OpenSSL; PROV_RSA_FULL providers refuse it as a usage error.
+for md in sha256 sha384 sha512; do
+  for f in big.bin one.bin empty.bin; do
+    want=$(openssl dgst -$md -r $f | cut -d' ' -f1)
+    expect_eq "dgst -$md of $f equals openssl" "${want^^}  $f" "$(quiv dgst -$md -provider aes $f)"
+  done
+  want=$(openssl dgst -$md -hmac key -r big.bin | cut -d' ' -f1)
+  expect_eq "dgst -hmac -$md equals openssl" "${want^^}  big.bin" "$(quiv dgst -$md -hmac hmac.key big.bin)"
+done
+expect_status "sha256 on the enhanced provider" 2 quiv dgst -sha256 -provider enhanced abc.txt
+expect_status "sha512 on the base provider" 2 quiv dgst -sha512 -provider base abc.txt
+expect_status "sha256 with a fingerprint" 2 quiv dgst -sha256 -fingerprint hyphens abc.txt
 quiv dgst -sha1 -out digest.txt abc.txt
 expect_eq "dgst -out" "A9993E364706816ABA3E25717850C26C9CD0D89D  abc.txt" "$(cat digest.txt)"
 expect_status "dgst of a missing file" 1 quiv dgst no-such-file

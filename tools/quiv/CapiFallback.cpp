@@ -11,18 +11,22 @@ namespace quiv::cli {
 namespace {
 
 [[noreturn]] void PlatformFailure(const char* what) {
-  char code[16];
-  std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(GetLastError()));
-  throw CommandFailure(std::string(what) + " failed (platform error " + code + "; 'quiv errstr " +
-                       code + "' names it)");
+  CapiFallback::PlatformFailure(what);
 }
 
-// A verify-only context of the Enhanced provider for the hashes made here.
+bool IsSha2(ALG_ID alg) {
+  return alg == CALG_SHA_256 || alg == CALG_SHA_384 || alg == CALG_SHA_512;
+}
+
+// A verify-only context for the hashes made here: the Enhanced provider, or the AES provider
+// for the SHA-2 hashes (the library's classes choose only the PROV_RSA_FULL providers, so
+// SHA-2 is reached here, through the AES provider's C functions).
 class Context final {
  public:
-  Context() {
-    if (!CryptAcquireContextA(&m_handle, nullptr, MS_ENHANCED_PROV_A, PROV_RSA_FULL,
-                              CRYPT_VERIFYCONTEXT)) {
+  explicit Context(ALG_ID alg) {
+    const bool aes = IsSha2(alg);
+    if (!CryptAcquireContextA(&m_handle, nullptr, aes ? MS_ENH_RSA_AES_PROV_A : MS_ENHANCED_PROV_A,
+                              aes ? PROV_RSA_AES : PROV_RSA_FULL, CRYPT_VERIFYCONTEXT)) {
       PlatformFailure("opening the provider");
     }
   }
@@ -65,6 +69,13 @@ class Hash final {
 
 }  // namespace
 
+void CapiFallback::PlatformFailure(const char* what) {
+  char code[16];
+  std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(GetLastError()));
+  throw CommandFailure(std::string(what) + " failed (platform error " + code + "; 'quiv errstr " +
+                       code + "' names it)");
+}
+
 std::vector<uint8_t> CapiFallback::EncryptFinal(uint32_t key, std::span<const uint8_t> data) {
   std::vector<uint8_t> buffer(data.begin(), data.end());
   buffer.resize(data.size() + 8);  // room for a block cipher's padding
@@ -86,16 +97,19 @@ std::vector<uint8_t> CapiFallback::DecryptFinal(uint32_t key, std::span<const ui
 }
 
 std::vector<uint8_t> CapiFallback::Digest(uint32_t algId, std::span<const uint8_t> data) {
-  const Context context;
+  return DigestStream(algId, [&](const auto& add) { add(data); });
+}
+
+std::vector<uint8_t> CapiFallback::DigestStream(uint32_t algId, const Feed& feed) {
+  const Context context(algId);
   Hash hash(context.Get(), algId, 0);
-  hash.Add(data);
+  feed([&](std::span<const uint8_t> piece) { hash.Add(piece); });
   return hash.Value();
 }
 
-std::vector<uint8_t> CapiFallback::Hmac(
-    uint32_t algId, std::span<const uint8_t> key,
-    const std::function<void(const std::function<void(std::span<const uint8_t>)>&)>& feed) {
-  const Context context;
+std::vector<uint8_t> CapiFallback::Hmac(uint32_t algId, std::span<const uint8_t> key,
+                                        const Feed& feed) {
+  const Context context(algId);
   // PLAINTEXTKEYBLOB of an RC2 key; CRYPT_IPSEC_HMAC_KEY lets the key have any length.
   std::vector<uint8_t> blob = {PLAINTEXTKEYBLOB, CUR_BLOB_VERSION, 0, 0, 0x02, 0x66, 0, 0};
   const uint32_t length = static_cast<uint32_t>(key.size());

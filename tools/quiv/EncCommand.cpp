@@ -1,7 +1,9 @@
 // quiv enc / quiv dec: encrypt or decrypt a file or a stream with a session key derived from a
 // pass phrase, or unwrapped from a SIMPLEBLOB, exactly as the library does it, in sections.
 #include <cstdio>
+#include <functional>
 
+#include "AesCipher.h"
 #include "CapiFallback.h"
 #include "Command.h"
 #include "DataReader.h"
@@ -47,10 +49,42 @@ ByteArray CipherSection(Ref<CMessagetext>& message, Ref<CSessionKey>& key,
   return result;
 }
 
-int RunCipher(const std::vector<std::string>& args, bool decrypt) {
-  const Options options = ParseCipherOptions(args);
+// The data pumped from the input through `cipher` to the output, in sections.
+void Pump(const Options& options, bool decrypt,
+          const std::function<ByteArray(std::vector<uint8_t>&&, bool)>& cipher) {
   const std::string inform = options.Choice("inform", {"bin", "hex"}, "bin");
   const std::string outform = options.Choice("outform", {"bin", "hex"}, "bin");
+  InputStream input(options.Value("in"));
+  DataReader reader(input, decrypt && inform == "hex");
+  OutputFile output(options.Value("out"));
+  DataWriter writer(output, !decrypt && outform == "hex");
+  ProgressBar progress(input.Size());
+  SectionPump::Run(reader, progress, [&](std::vector<uint8_t>&& section, bool final) {
+    writer.Write(cipher(std::move(section), final).span());
+  });
+  writer.Finish();
+}
+
+// -provider aes: on the AES provider's C functions (AesCipher), as the classes cannot.
+int RunAesCipher(const Options& options, bool decrypt) {
+  if (options.Has("P")) throw UsageError("-P does not work with -provider aes");
+  AesCipher cipher(options);
+  Pump(options, decrypt, [&](std::vector<uint8_t>&& section, bool final) {
+    return ByteArray(cipher.Section(section, final, decrypt));
+  });
+  return 0;
+}
+
+int RunCipher(const std::vector<std::string>& args, bool decrypt) {
+  const Options options = ParseCipherOptions(args);
+  if (options.ValueOr("provider", "") == "aes") return RunAesCipher(options, decrypt);
+  const std::string alg = options.ValueOr("alg", "");
+  const std::string hash = options.ValueOr("hash", "");
+  if (alg.starts_with("aes") || (hash.starts_with("sha") && hash != "sha1")) {
+    throw UsageError(
+        "AES and SHA-2 need -provider aes (base, enhanced and strong are "
+        "PROV_RSA_FULL and have neither)");
+  }
   Session session(options);
   if (options.Has("key")) {
     session.OpenContainer(options.ValueOr("container", ""), options.Has("machine"));
@@ -71,16 +105,10 @@ int RunCipher(const std::vector<std::string>& args, bool decrypt) {
     return 0;
   }
 
-  InputStream input(options.Value("in"));
-  DataReader reader(input, decrypt && inform == "hex");
-  OutputFile output(options.Value("out"));
-  DataWriter writer(output, !decrypt && outform == "hex");
-  ProgressBar progress(input.Size());
   Ref<CMessagetext> message = session.Message();
-  SectionPump::Run(reader, progress, [&](std::vector<uint8_t>&& section, bool final) {
-    writer.Write(CipherSection(message, key, std::move(section), final, decrypt).span());
+  Pump(options, decrypt, [&](std::vector<uint8_t>&& section, bool final) {
+    return CipherSection(message, key, std::move(section), final, decrypt);
   });
-  writer.Finish();
   return 0;
 }
 
@@ -98,11 +126,14 @@ int RunDec(const std::vector<std::string>& args) {
   "  -pass SOURCE        pass phrase: pass:TEXT, env:VAR, file:PATH (first line) or stdin\n"    \
   "                      (first line of standard input); only pass: shows up in ps\n"           \
   "  -passform text|hex  the phrase as UTF-8 text (default), or hex of its UTF-16LE bytes\n"    \
-  "  -alg NAME           rc2 (default), rc4, des, 3des or 3des112\n"                            \
+  "  -alg NAME           rc2 (default), rc4, des, 3des or 3des112; with -provider aes:\n"       \
+  "                      aes128, aes192 or aes256 (default)\n"                                  \
   "  -keylen BITS        key length; 0 or absent: the provider's default (rc2/rc4: 40 on\n"     \
   "                      base, 128 on enhanced)\n"                                              \
-  "  -hash md5|sha1      the hash the key is derived with (default md5; md2, md4 too)\n"        \
-  "  -provider NAME      enhanced (default), base or strong (same keys as enhanced)\n"          \
+  "  -hash md5|sha1      the hash the key is derived with (default md5; md2, md4 too; with\n"   \
+  "                      -provider aes: sha256 (default), sha384, sha512, md5 or sha1)\n"       \
+  "  -provider NAME      enhanced (default), base or strong (same keys as enhanced), or aes\n"  \
+  "                      (the AES provider; -key and -P do not work there)\n"                   \
   "  -mode cbc|ecb|cfb   block cipher mode (default cbc); -iv HEX: the IV (default zeros)\n"    \
   "  -key FILE           a SIMPLEBLOB (binary or hex) instead of -pass, unwrapped with the\n"   \
   "                      exchange key of -container NAME (-machine: the machine store);\n"      \
