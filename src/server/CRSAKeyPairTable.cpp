@@ -1,7 +1,7 @@
 // The dispatch table of CRSAKeyPair. Fields: LastError, the provider, the key handle, the key
-// specification, the modulus, the has-key-pair, public-only and unloadable flags, the hash view,
-// converter, key tools, hash object and constants catalogue (13); internal routines:
-// SetExOrSigKeyObject, GetKeyPairContents, GetKeyPairHandle, GetPublicKeyHandle,
+// kind (AT_KEYEXCHANGE or AT_SIGNATURE), the modulus, the has-key-pair, public-only and unloadable
+// flags, the hash view, converter, key tools, hash object and constants catalogue (13); internal
+// routines: SetExOrSigKeyObject, GetKeyPairContents, GetKeyPairHandle, GetPublicKeyHandle,
 // SetDefaultKeySettings, Set Provider and the three IHash routines it implements (9). Its
 // public routines start at number 22. The class also implements _IHash (IHashTable).
 #include "signing/CRSAKeyPair.h"

@@ -28,23 +28,23 @@ void Show(Session& session, const std::string& name, bool machine) {
   String actual;
   if (!container->GetContainerName(actual)) Fail(container, "cannot read the container's name");
   std::printf("container: %s (%s store)\n", actual.ToUtf8().c_str(), machine ? "machine" : "user");
-  for (const std::string spec : {"exchange", "signature"}) {
+  for (const std::string role : {"exchange", "signature"}) {
     bool present = false;
-    const bool asked = spec == "exchange" ? container->CheckForExchangeKeyPair(present)
+    const bool asked = role == "exchange" ? container->CheckForExchangeKeyPair(present)
                                           : container->CheckForSignatureKeyPair(present);
-    if (!asked) Fail(container, "cannot look for the " + spec + " key pair");
+    if (!asked) Fail(container, "cannot look for the " + role + " key pair");
     if (!present) {
-      std::printf("%-9s key pair: none\n", spec.c_str());
+      std::printf("%-9s key pair: none\n", role.c_str());
       continue;
     }
-    Ref<CRSAKeyPair> pair = session.Pair(spec);
+    Ref<CRSAKeyPair> pair = session.Pair(role);
     const String none;
     DATA_FORMAT fromContainer = CURRENT_KEY_CONTAINER;
     int32_t bits = 0;
     if (!pair->LoadPublicKey(none, fromContainer) || !pair->GetModulus(bits)) {
-      Fail(pair, "cannot read the " + spec + " key pair");
+      Fail(pair, "cannot read the " + role + " key pair");
     }
-    std::printf("%-9s key pair: RSA, %d bits\n", spec.c_str(), bits);
+    std::printf("%-9s key pair: RSA, %d bits\n", role.c_str(), bits);
   }
 }
 
