@@ -49,11 +49,11 @@ void Show(Session& session, const std::string& name, bool machine) {
 }
 
 int RunContainer(const std::vector<std::string>& args) {
-  Options::Spec spec;
-  spec.m_valued = {"provider"};
-  spec.m_flags = {"machine"};
-  spec.m_maxPositional = 2;
-  const Options options(spec, args);
+  Options::Grammar grammar;
+  grammar.m_valued = {"provider"};
+  grammar.m_flags = {"machine"};
+  grammar.m_maxPositional = 2;
+  const Options options(grammar, args);
   const std::vector<std::string>& words = options.Positional();
   if (words.empty()) throw UsageError("which action? list, create, delete or show");
   const std::string& action = words[0];
@@ -84,10 +84,10 @@ int RunContainer(const std::vector<std::string>& args) {
 }
 
 int RunGenkey(const std::vector<std::string>& args) {
-  Options::Spec spec;
-  spec.m_valued = {"container", "bits", "provider"};
-  spec.m_flags = {"exchange", "signature", "exportable", "machine", "create"};
-  const Options options(spec, args);
+  Options::Grammar grammar;
+  grammar.m_valued = {"container", "bits", "provider"};
+  grammar.m_flags = {"exchange", "signature", "exportable", "machine", "create"};
+  const Options options(grammar, args);
   const std::optional<std::string> name = options.Value("container");
   if (!name) throw UsageError("-container NAME is required");
   const std::string which = options.OneOf({"exchange", "signature"}, "");

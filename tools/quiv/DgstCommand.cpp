@@ -102,11 +102,11 @@ void CheckSha2Options(const Options& options, const std::string& fingerprint) {
 }
 
 int RunDgst(const std::vector<std::string>& args) {
-  Options::Spec spec;
-  spec.m_valued = {"hmac", "fingerprint", "out", "provider"};
-  spec.m_flags = {"md2", "md4", "md5", "sha1", "sha256", "sha384", "sha512"};
-  spec.m_maxPositional = 1000;
-  const Options options(spec, args);
+  Options::Grammar grammar;
+  grammar.m_valued = {"hmac", "fingerprint", "out", "provider"};
+  grammar.m_flags = {"md2", "md4", "md5", "sha1", "sha256", "sha384", "sha512"};
+  grammar.m_maxPositional = 1000;
+  const Options options(grammar, args);
   const CConstQUIV c;
   const std::string md =
       options.OneOf({"md2", "md4", "md5", "sha1", "sha256", "sha384", "sha512"}, "md5");

@@ -21,11 +21,11 @@ namespace {
 constexpr size_t kShortSection = 16;
 
 Options ParseCipherOptions(const std::vector<std::string>& args) {
-  Options::Spec spec;
-  spec.m_valued = {"in", "out", "inform", "outform"};
-  for (const std::string& name : KeySettings::ValuedOptions()) spec.m_valued.insert(name);
-  spec.m_flags = {"machine", "P"};
-  return Options(spec, args);
+  Options::Grammar grammar;
+  grammar.m_valued = {"in", "out", "inform", "outform"};
+  for (const std::string& name : KeySettings::ValuedOptions()) grammar.m_valued.insert(name);
+  grammar.m_flags = {"machine", "P"};
+  return Options(grammar, args);
 }
 
 // One section through the message object and the key, with the AMOUNT of the section.

@@ -17,11 +17,11 @@ namespace quiv::cli {
 namespace {
 
 int RunRand(const std::vector<std::string>& args) {
-  Options::Spec spec;
-  spec.m_valued = {"out", "provider"};
-  spec.m_flags = {"hex"};
-  spec.m_maxPositional = 1;
-  const Options options(spec, args);
+  Options::Grammar grammar;
+  grammar.m_valued = {"out", "provider"};
+  grammar.m_flags = {"hex"};
+  grammar.m_maxPositional = 1;
+  const Options options(grammar, args);
   if (options.Positional().empty()) throw UsageError("how many bytes? (quiv rand N)");
   long left = ParseNumber(options.Positional()[0], 0, 1L << 40, "N");
   Session session(options);
@@ -49,9 +49,9 @@ int32_t AlgorithmClass(const std::string& name) {
 }
 
 int RunAlgs(const std::vector<std::string>& args) {
-  Options::Spec spec;
-  spec.m_valued = {"class", "provider"};
-  const Options options(spec, args);
+  Options::Grammar grammar;
+  grammar.m_valued = {"class", "provider"};
+  const Options options(grammar, args);
   const std::string filter =
       options.Choice("class", {"all", "symmetric", "hash", "signature", "exchange"}, "all");
   Session session(options);
@@ -91,9 +91,9 @@ int32_t ParseCode(const std::string& text) {
 }
 
 int RunErrstr(const std::vector<std::string>& args) {
-  Options::Spec spec;
-  spec.m_maxPositional = 16;
-  const Options options(spec, args);
+  Options::Grammar grammar;
+  grammar.m_maxPositional = 16;
+  const Options options(grammar, args);
   if (options.Positional().empty()) throw UsageError("which code? (quiv errstr CODE)");
   int status = 0;
   for (const std::string& text : options.Positional()) {

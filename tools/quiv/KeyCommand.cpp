@@ -19,18 +19,18 @@ std::vector<uint8_t> BytesOfHex(const String& hex) {
 }
 
 Options ParseKeyOptions(const std::vector<std::string>& args, bool import) {
-  Options::Spec spec;
-  spec.m_valued = {"container", "pass",   "passform",
-                   "alg",       "keylen", "hash",
-                   "provider",  "in",     import ? "inform" : "outform"};
-  if (!import) spec.m_valued.insert("out");
-  spec.m_flags = {"exchange", "signature", "machine"};
+  Options::Grammar grammar;
+  grammar.m_valued = {"container", "pass",   "passform",
+                      "alg",       "keylen", "hash",
+                      "provider",  "in",     import ? "inform" : "outform"};
+  if (!import) grammar.m_valued.insert("out");
+  grammar.m_flags = {"exchange", "signature", "machine"};
   if (import) {
-    spec.m_flags.insert({"exportable", "create"});
+    grammar.m_flags.insert({"exportable", "create"});
   } else {
-    spec.m_flags.insert("private");
+    grammar.m_flags.insert("private");
   }
-  return Options(spec, args);
+  return Options(grammar, args);
 }
 
 // The key of a file (-in) in the session's pair object: a PRIVATEKEYBLOB or private PEM/DER key

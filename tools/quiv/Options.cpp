@@ -19,7 +19,7 @@ std::optional<std::string> OptionName(const std::string& arg) {
 
 }  // namespace
 
-Options::Options(const Spec& spec, const std::vector<std::string>& args) {
+Options::Options(const Grammar& grammar, const std::vector<std::string>& args) {
   bool optionsEnded = false;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
@@ -29,7 +29,7 @@ Options::Options(const Spec& spec, const std::vector<std::string>& args) {
       continue;
     }
     if (!name) {
-      if (m_positional.size() >= spec.m_maxPositional) {
+      if (m_positional.size() >= grammar.m_maxPositional) {
         throw UsageError("unexpected argument '" + arg + "'");
       }
       m_positional.push_back(arg);
@@ -37,9 +37,9 @@ Options::Options(const Spec& spec, const std::vector<std::string>& args) {
     }
     if (*name == "h" || *name == "help") {
       m_help = true;
-    } else if (spec.m_flags.count(*name) != 0) {
+    } else if (grammar.m_flags.count(*name) != 0) {
       if (!m_setFlags.insert(*name).second) throw UsageError("option -" + *name + " given twice");
-    } else if (spec.m_valued.count(*name) != 0) {
+    } else if (grammar.m_valued.count(*name) != 0) {
       if (i + 1 >= args.size()) throw UsageError("option -" + *name + " needs a value");
       if (!m_values.emplace(*name, args[++i]).second) {
         throw UsageError("option -" + *name + " given twice");

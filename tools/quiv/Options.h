@@ -16,7 +16,7 @@ namespace quiv::cli {
 
 class Options final {
  public:
-  struct Spec {
+  struct Grammar {
     std::set<std::string> m_valued;  // names without the dash, e.g. "in"
     std::set<std::string> m_flags;   // e.g. "md5"; "h" and "help" are always known
     size_t m_maxPositional = 0;
@@ -24,7 +24,7 @@ class Options final {
 
   // Throws UsageError for an unknown option, a missing value, a repeated option or too many
   // positional arguments.
-  Options(const Spec& spec, const std::vector<std::string>& args);
+  Options(const Grammar& grammar, const std::vector<std::string>& args);
 
   bool HelpRequested() const { return m_help; }
   bool Has(const std::string& name) const;

@@ -35,25 +35,26 @@ std::string LineFromStdin() {
   return line;
 }
 
-std::string Resolve(const std::string& spec) {
-  if (spec.rfind("pass:", 0) == 0) return spec.substr(5);
-  if (spec.rfind("env:", 0) == 0) {
-    const char* value = std::getenv(spec.substr(4).c_str());
+std::string Resolve(const std::string& source) {
+  if (source.rfind("pass:", 0) == 0) return source.substr(5);
+  if (source.rfind("env:", 0) == 0) {
+    const char* value = std::getenv(source.substr(4).c_str());
     if (value == nullptr)
-      throw CommandFailure("environment variable " + spec.substr(4) + " is not set");
+      throw CommandFailure("environment variable " + source.substr(4) + " is not set");
     return value;
   }
-  if (spec.rfind("file:", 0) == 0) {
-    const std::vector<uint8_t> bytes = ReadSmallFile(spec.substr(5), "pass phrase file");
+  if (source.rfind("file:", 0) == 0) {
+    const std::vector<uint8_t> bytes = ReadSmallFile(source.substr(5), "pass phrase file");
     return FirstLine(std::string(bytes.begin(), bytes.end()));
   }
-  if (spec == "stdin") return LineFromStdin();
+  if (source == "stdin") return LineFromStdin();
   throw UsageError("-pass must be pass:TEXT, env:VAR, file:PATH or stdin");
 }
 
 }  // namespace
 
-PassPhrase::PassPhrase(const std::string& spec, const std::string& form) : m_utf8(Resolve(spec)) {
+PassPhrase::PassPhrase(const std::string& source, const std::string& form)
+    : m_utf8(Resolve(source)) {
   if (form == "hex") {
     const std::optional<std::vector<uint8_t>> bytes = HexText::Decode(m_utf8);
     if (!bytes || bytes->size() % 2 != 0) {

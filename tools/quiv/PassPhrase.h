@@ -22,7 +22,7 @@ class PassPhrase final {
   // UsageError for an unknown form, an empty or all-blank phrase (the library would silently
   // make a random key from it) and a hex phrase of odd length or with other characters;
   // CommandFailure when the variable, file or stdin gives nothing.
-  PassPhrase(const std::string& spec, const std::string& form);
+  PassPhrase(const std::string& source, const std::string& form);
   ~PassPhrase();
   PassPhrase(const PassPhrase&) = delete;
   PassPhrase& operator=(const PassPhrase&) = delete;

@@ -23,12 +23,12 @@ Ref<CRSAKeyPair> PublicKeyInput::FromFile(Session& session, const std::string& p
   return pair;
 }
 
-Ref<CRSAKeyPair> PublicKeyInput::FromContainer(Session& session, const std::string& spec) {
-  Ref<CRSAKeyPair> pair = session.Pair(spec);
+Ref<CRSAKeyPair> PublicKeyInput::FromContainer(Session& session, const std::string& role) {
+  Ref<CRSAKeyPair> pair = session.Pair(role);
   const String none;
   DATA_FORMAT fromContainer = CURRENT_KEY_CONTAINER;
   if (!pair->LoadPublicKey(none, fromContainer))
-    Fail(pair, "the container has no " + spec + " key pair");
+    Fail(pair, "the container has no " + role + " key pair");
   return pair;
 }
 

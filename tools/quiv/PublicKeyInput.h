@@ -17,8 +17,8 @@ class PublicKeyInput final {
   // pair, CALG_RSA_SIGN: the signature pair). A blob naming the other algorithm is relabelled:
   // the key itself is the same.
   static Ref<CRSAKeyPair> FromFile(Session& session, const std::string& path, uint32_t algId);
-  // The open container's pair of `spec` ("exchange" or "signature"), full pair included.
-  static Ref<CRSAKeyPair> FromContainer(Session& session, const std::string& spec);
+  // The open container's pair of `role` ("exchange" or "signature"), full pair included.
+  static Ref<CRSAKeyPair> FromContainer(Session& session, const std::string& role);
 };
 
 }  // namespace quiv::cli

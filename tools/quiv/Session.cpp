@@ -74,8 +74,8 @@ void Session::DeleteContainer(const std::string& name, bool machine) {
   container->DeleteContainer(String::FromUtf8(name));
 }
 
-Ref<CRSAKeyPair> Session::Pair(const std::string& spec) {
-  return spec == "signature" ? SignaturePair() : ExchangePair();
+Ref<CRSAKeyPair> Session::Pair(const std::string& role) {
+  return role == "signature" ? SignaturePair() : ExchangePair();
 }
 
 Ref<CMessagetext> Session::Message() {

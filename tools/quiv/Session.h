@@ -58,7 +58,7 @@ class Session final {
   // Deletes the container this session created, after a failure (nothing half-made is left).
   void DeleteContainer(const std::string& name, bool machine);
   // The key pair object of a key specification ("exchange" or "signature").
-  Ref<CRSAKeyPair> Pair(const std::string& spec);
+  Ref<CRSAKeyPair> Pair(const std::string& role);
 
   Ref<CProvider>& Provider() { return m_oProvider; }
   Ref<CMessagetext> Message();

@@ -33,10 +33,10 @@ Ref<CMessagetext> LoadMessage(Session& session, const Options& options) {
 }
 
 int RunSign(const std::vector<std::string>& args) {
-  Options::Spec spec;
-  spec.m_valued = {"container", "in", "out", "outform", "provider"};
-  spec.m_flags = {"md5", "sha1", "reverse", "exchange", "signature", "machine"};
-  const Options options(spec, args);
+  Options::Grammar grammar;
+  grammar.m_valued = {"container", "in", "out", "outform", "provider"};
+  grammar.m_flags = {"md5", "sha1", "reverse", "exchange", "signature", "machine"};
+  const Options options(grammar, args);
   const std::string form = options.Choice("outform", {"bin", "hex"}, "bin");
   Session session(options);
   session.OpenContainer(options.ValueOr("container", ""), options.Has("machine"));
@@ -57,10 +57,10 @@ int RunSign(const std::vector<std::string>& args) {
 }
 
 int RunVerify(const std::vector<std::string>& args) {
-  Options::Spec spec;
-  spec.m_valued = {"signature", "pubin", "container", "in", "sigform", "provider"};
-  spec.m_flags = {"md5", "sha1", "reverse", "exchange", "machine"};
-  const Options options(spec, args);
+  Options::Grammar grammar;
+  grammar.m_valued = {"signature", "pubin", "container", "in", "sigform", "provider"};
+  grammar.m_flags = {"md5", "sha1", "reverse", "exchange", "machine"};
+  const Options options(grammar, args);
   const std::optional<std::string> sigFile = options.Value("signature");
   if (!sigFile) throw UsageError("-signature FILE is required");
   if (options.Has("pubin") == options.Has("container")) {

@@ -27,10 +27,10 @@ void WriteWrapped(Ref<CSessionKey>& key, Ref<CRSAKeyPair>& recipient, const Opti
 }
 
 int RunWrap(const std::vector<std::string>& args) {
-  Options::Spec spec;
-  spec.m_valued = {"pubin", "out", "outform"};
-  for (const std::string& name : KeySettings::ValuedOptions()) spec.m_valued.insert(name);
-  const Options options(spec, args);
+  Options::Grammar grammar;
+  grammar.m_valued = {"pubin", "out", "outform"};
+  for (const std::string& name : KeySettings::ValuedOptions()) grammar.m_valued.insert(name);
+  const Options options(grammar, args);
   const std::optional<std::string> pubin = options.Value("pubin");
   if (!pubin) throw UsageError("-pubin RECIPIENT is required");
   if (!options.Has("pass"))
@@ -44,16 +44,16 @@ int RunWrap(const std::vector<std::string>& args) {
 }
 
 int RunUnwrap(const std::vector<std::string>& args) {
-  Options::Spec spec;
-  spec.m_valued = {"container", "in", "pubin", "out", "outform", "provider"};
-  spec.m_flags = {"machine", "P"};
-  const Options options(spec, args);
+  Options::Grammar grammar;
+  grammar.m_valued = {"container", "in", "pubin", "out", "outform", "provider"};
+  grammar.m_flags = {"machine", "P"};
+  const Options options(grammar, args);
   if (!options.Has("in")) throw UsageError("-in SIMPLEBLOB is required");
   Session session(options);
   session.OpenContainer(options.ValueOr("container", ""), options.Has("machine"));
   // KeySettings::Make unwraps -key with the container's exchange pair.
   std::vector<std::string> keyArgs = {"-key", *options.Value("in")};
-  Options::Spec keySpec;
+  Options::Grammar keySpec;
   keySpec.m_valued = {"key"};
   Ref<CSessionKey> key = KeySettings::Make(session, Options(keySpec, keyArgs));
   String code;
