@@ -57,7 +57,7 @@ class Session final {
   bool OpenContainer(const std::string& name, bool machine, bool create);
   // Deletes the container this session created, after a failure (nothing half-made is left).
   void DeleteContainer(const std::string& name, bool machine);
-  // The key pair object of a key specification ("exchange" or "signature").
+  // The key pair object of a role ("exchange" or "signature").
   Ref<CRSAKeyPair> Pair(const std::string& role);
 
   Ref<CProvider>& Provider() { return m_oProvider; }
